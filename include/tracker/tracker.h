@@ -1,0 +1,12 @@
+#pragma once
+
+// Every public header of trackerutil.
+
+#include "tracker/platform/DeviceLogger.h"
+#include "tracker/util/Base64.h"
+#include "tracker/util/Encryption.h"
+#include "tracker/util/Log.h"
+#include "tracker/util/StringUtils.h"
+#include "tracker/util/UUID.h"
+#include "tracker/util/time/SafeCTimeAccess.h"
+#include "tracker/util/time/TimeUtils.h"

@@ -1,0 +1,193 @@
+// The simulated platform log: logcat-style lines on stderr, filtered by TRACKER_LOG_LEVEL
+// (V, D, I, W, E, F or S for silent; default I), and handed unfiltered to every LogCapture.
+
+#include <android/log.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <mutex>
+#include <vector>
+
+#include "log/LogCapture.h"
+
+namespace tracker {
+namespace sim {
+
+namespace {
+
+// Logcat letters of the priorities VERBOSE (2) to FATAL (7).
+constexpr char kPriorityLetters[] = "VDIWEF";
+constexpr int kLetterCount = sizeof kPriorityLetters - 1;
+
+struct CaptureRegistry {
+    std::mutex mutex;
+    std::vector<LogCapture*> captures;
+};
+
+// Never destroyed: lines may still be written while other statics are torn down.
+CaptureRegistry& registry() {
+    static auto* instance = new CaptureRegistry;
+    return *instance;
+}
+
+int priorityFromLetter(char letter) {
+    const char* end = kPriorityLetters + kLetterCount;
+    const char* found = std::find(kPriorityLetters, end, letter);
+    if (found != end) {
+        return ANDROID_LOG_VERBOSE + static_cast<int>(found - kPriorityLetters);
+    }
+    return letter == 'S' ? ANDROID_LOG_SILENT : ANDROID_LOG_INFO;
+}
+
+int stderrThreshold() {
+    static const int threshold = [] {
+        const char* level = std::getenv("TRACKER_LOG_LEVEL");
+        return priorityFromLetter(level != nullptr && *level != '\0' ? *level : 'I');
+    }();
+    return threshold;
+}
+
+// "MM-DD HH:MM:SS.mmm  PID  TID L tag: message\n", written with one call so that lines from
+// different threads never interleave.
+void writeToStderr(const LogLine& line) {
+    const auto now = std::chrono::system_clock::now();
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
+    const long millis = static_cast<long>(
+        std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() %
+        1000);
+    std::tm local{};
+    localtime_r(&seconds, &local);
+    char stamp[32];
+    std::strftime(stamp, sizeof stamp, "%m-%d %H:%M:%S", &local);
+    char head[96];
+    std::snprintf(head, sizeof head, "%s.%03ld %5d %5ld %c ", stamp, millis,
+                  static_cast<int>(getpid()), static_cast<long>(syscall(SYS_gettid)),
+                  priorityLetter(line.priority));
+    std::string text = head;
+    text += line.tag;
+    text += ": ";
+    text += line.message;
+    text += '\n';
+    std::fwrite(text.data(), 1, text.size(), stderr);
+}
+
+int writeLine(int priority, const char* tag, const char* format, va_list args) {
+    LogLine line{priority, tag != nullptr ? tag : "", {}};
+    va_list measure;
+    va_copy(measure, args);
+    char small[512];
+    const int length =
+        std::vsnprintf(small, sizeof small, format != nullptr ? format : "", measure);
+    va_end(measure);
+    if (length < 0) {
+        return -1;
+    }
+    if (static_cast<size_t>(length) < sizeof small) {
+        line.message.assign(small, static_cast<size_t>(length));
+    } else {
+        line.message.resize(static_cast<size_t>(length));
+        std::vsnprintf(&line.message[0], line.message.size() + 1, format, args);
+    }
+
+    if (priority >= stderrThreshold()) {
+        writeToStderr(line);
+    }
+    CaptureRegistry& captures = registry();
+    std::lock_guard<std::mutex> lock(captures.mutex);
+    for (LogCapture* capture : captures.captures) {
+        capture->record(line);
+    }
+    return length;
+}
+
+}  // namespace
+
+char priorityLetter(int priority) {
+    return priority >= ANDROID_LOG_VERBOSE && priority < ANDROID_LOG_VERBOSE + kLetterCount
+               ? kPriorityLetters[priority - ANDROID_LOG_VERBOSE]
+               : '?';
+}
+
+std::string LogLine::text() const {
+    std::string result(1, priorityLetter(priority));
+    result += ' ';
+    result += tag;
+    result += ": ";
+    result += message;
+    return result;
+}
+
+LogCapture::LogCapture() {
+    CaptureRegistry& captures = registry();
+    std::lock_guard<std::mutex> lock(captures.mutex);
+    captures.captures.push_back(this);
+}
+
+LogCapture::~LogCapture() {
+    CaptureRegistry& captures = registry();
+    std::lock_guard<std::mutex> lock(captures.mutex);
+    captures.captures.erase(std::remove(captures.captures.begin(), captures.captures.end(), this),
+                            captures.captures.end());
+}
+
+void LogCapture::record(const LogLine& line) {
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_lines.push_back(line);
+    }
+    m_arrived.notify_all();
+}
+
+std::vector<LogLine> LogCapture::lines() const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_lines;
+}
+
+std::vector<std::string> LogCapture::texts() const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    std::vector<std::string> result;
+    result.reserve(m_lines.size());
+    for (const LogLine& line : m_lines) {
+        result.push_back(line.text());
+    }
+    return result;
+}
+
+bool LogCapture::contains(const std::string& text) const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return std::any_of(m_lines.begin(), m_lines.end(),
+                       [&](const LogLine& line) { return line.text() == text; });
+}
+
+void LogCapture::clear() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_lines.clear();
+}
+
+bool LogCapture::waitFor(const std::string& text, std::chrono::milliseconds limit) const {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    return m_arrived.wait_for(lock, limit, [&] {
+        return std::any_of(m_lines.begin(), m_lines.end(),
+                           [&](const LogLine& line) { return line.text() == text; });
+    });
+}
+
+}  // namespace sim
+}  // namespace tracker
+
+extern "C" int __android_log_vprint(int prio, const char* tag, const char* fmt, va_list ap) {
+    return tracker::sim::writeLine(prio, tag, fmt, ap);
+}
+
+extern "C" int __android_log_print(int prio, const char* tag, const char* fmt, ...) {
+    va_list args;
+    va_start(args, fmt);
+    const int result = tracker::sim::writeLine(prio, tag, fmt, args);
+    va_end(args);
+    return result;
+}
