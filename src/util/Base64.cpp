@@ -140,7 +140,8 @@ bool Base64::decode(const std::string& in, std::string* out) {
         }
         emit(group - 1);
     }
-    const bool complete = written == expected;
+    // Valid non-empty Base64 always carries at least one byte; padding alone carries none.
+    const bool complete = written == expected && written > 0;
     out->resize(written);
     return complete;
 }

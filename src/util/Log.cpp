@@ -16,7 +16,7 @@ Log::Log(std::string name) : m_tag(kTagPrefix + std::move(name)) {}
 
 Log::Log(std::initializer_list<const char*> names) : m_tag(kTagPrefix) {
     for (const char* name : names) {
-        m_tag += name;
+        m_tag += name != nullptr ? name : "";
         m_tag += ':';
     }
     m_tag.pop_back();

@@ -14,5 +14,13 @@ namespace util {
 // count read.
 double systemEntropyBits();
 
+// What UUID reads: systemEntropyBits() unless a test replaced it.
+double currentEntropyBits();
+
+// Replaces the reading behind currentEntropyBits() (null restores systemEntropyBits), so that
+// tests can play a system whose generator is not ready. Returns the previous source.
+using EntropySource = double (*)();
+EntropySource setEntropySource(EntropySource source);
+
 }  // namespace util
 }  // namespace tracker

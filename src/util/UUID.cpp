@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
-#include <mutex>
 
 #include "SystemEntropy.h"
 #include "tracker/util/Log.h"
+#include "tracker/util/Mutex.h"
 #include "tracker/util/StringUtils.h"
 
 namespace tracker {
@@ -19,14 +19,17 @@ const Log kLog("UUID");
 constexpr const char* kRandomDeviceToken = "/dev/urandom";
 constexpr double kMinimumEntropy = 600.0;
 constexpr unsigned int kMaxReplacementBits = 8;
-const std::string kSeparator = "-";
+// Far beyond any UUID group; keeps a caller's mistake from allocating gigabytes.
+constexpr unsigned int kMaxDigits = 1024;
+constexpr const char* kSeparator = "-";
 
-// Process-wide seeding state; every member is guarded by seedMutex.
+// Process-wide seeding state. The engine is used only under seedMutex too.
 struct SeedState {
-    std::mutex seedMutex;
-    std::vector<std::uint32_t> seedPool;  // oldest first
-    bool seeded = false;
-    std::int64_t lastSeedTime = 0;  // steady-clock nanoseconds of the last reseed; 0 before it
+    Mutex seedMutex;
+    std::vector<std::uint32_t> seedPool TRACKER_GUARDED_BY(seedMutex);  // oldest first
+    bool seeded TRACKER_GUARDED_BY(seedMutex) = false;
+    // Steady-clock nanoseconds of the last reseed; 0 before the first.
+    std::int64_t lastSeedTime TRACKER_GUARDED_BY(seedMutex) = 0;
 };
 
 SeedState& seedState() {
@@ -39,8 +42,7 @@ UuidEngine& engine() {
     return instance;
 }
 
-// Requires state.seedMutex.
-void reseedLocked(SeedState& state) {
+void reseedLocked(SeedState& state) TRACKER_REQUIRES(state.seedMutex) {
     std::random_device device(kRandomDeviceToken);
     const std::int64_t now = std::chrono::duration_cast<std::chrono::nanoseconds>(
                                  std::chrono::steady_clock::now().time_since_epoch())
@@ -61,7 +63,7 @@ void reseedLocked(SeedState& state) {
     std::seed_seq sequence(state.seedPool.begin(), state.seedPool.end());
     engine().seed(sequence);
 
-    const double entropy = systemEntropyBits();
+    const double entropy = currentEntropyBits();
     if (entropy > kMinimumEntropy) {
         state.seeded = true;
     } else {
@@ -75,12 +77,17 @@ std::string generateHexWithReplacement(UuidEngine& engine, unsigned int numDigit
                                        unsigned char replacement, unsigned int numReplacementBits) {
     if (numReplacementBits > kMaxReplacementBits) {
         kLog.e(
-            "generateHexWithReplacementFailed, numReplacementBitsLimit=%d, numReplacementBits=%d",
+            "generateHexWithReplacementFailed, numReplacementBitsLimit=%u, numReplacementBits=%u",
             kMaxReplacementBits, numReplacementBits);
         return {};
     }
+    if (numDigits > kMaxDigits) {
+        kLog.e("generateHexWithReplacementFailed, numDigitsLimit=%u, numDigits=%u", kMaxDigits,
+               numDigits);
+        return {};
+    }
     if (numDigits * 4 < numReplacementBits) {
-        kLog.e("generateHexWithReplacementFailed, numDigitsInBits=%d, numReplacementBits=%d",
+        kLog.e("generateHexWithReplacementFailed, numDigitsInBits=%u, numReplacementBits=%u",
                numDigits * 4, numReplacementBits);
         return {};
     }
@@ -99,7 +106,7 @@ std::string generateHexWithReplacement(UuidEngine& engine, unsigned int numDigit
 
 std::string UUID::randomUUID() {
     SeedState& state = seedState();
-    std::lock_guard<std::mutex> lock(state.seedMutex);
+    MutexLock lock(state.seedMutex);
     if (!state.seeded) {
         reseedLocked(state);
     }
@@ -120,7 +127,7 @@ std::string UUID::randomUUID() {
 
 void UUID::addSeeds(const std::vector<unsigned int>& seeds) {
     SeedState& state = seedState();
-    std::lock_guard<std::mutex> lock(state.seedMutex);
+    MutexLock lock(state.seedMutex);
     const std::size_t count = std::min(seeds.size(), kMaxSeedPool);
     state.seedPool.insert(state.seedPool.end(), seeds.begin(), seeds.begin() + count);
     state.seeded = false;

@@ -2,9 +2,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <thread>
 
+#include "log/HostLog.h"
 #include "log/LogCapture.h"
 
 namespace tracker {
@@ -14,8 +14,7 @@ namespace {
 using ::testing::MatchesRegex;
 
 TEST(HostLog, StderrFollowsTheLevelFilterWhileCapturesSeeEverything) {
-    // Read once, at the first line of the process; every case runs in a process of its own.
-    setenv("TRACKER_LOG_LEVEL", "W", 1);
+    setStderrThreshold(ANDROID_LOG_WARN);
     LogCapture capture;
     testing::internal::CaptureStderr();
     __android_log_print(ANDROID_LOG_INFO, "TrackerD-Sink", "dropped=%d", 1);
@@ -32,8 +31,16 @@ TEST(HostLog, StderrFollowsTheLevelFilterWhileCapturesSeeEverything) {
                                         "E TrackerD-Sink: also kept"}));
 }
 
-TEST(HostLog, SilentLevelWritesNothing) {
-    setenv("TRACKER_LOG_LEVEL", "S", 1);
+TEST(HostLog, LevelNamesAndSilence) {
+    EXPECT_EQ(priorityFromLevelName("V"), ANDROID_LOG_VERBOSE);
+    EXPECT_EQ(priorityFromLevelName("debug"), ANDROID_LOG_DEBUG);
+    EXPECT_EQ(priorityFromLevelName("E"), ANDROID_LOG_ERROR);
+    EXPECT_EQ(priorityFromLevelName("S"), ANDROID_LOG_SILENT);
+    EXPECT_EQ(priorityFromLevelName(nullptr), ANDROID_LOG_INFO);
+    EXPECT_EQ(priorityFromLevelName(""), ANDROID_LOG_INFO);
+    EXPECT_EQ(priorityFromLevelName("x"), ANDROID_LOG_INFO);
+
+    setStderrThreshold(priorityFromLevelName("S"));
     testing::internal::CaptureStderr();
     __android_log_print(ANDROID_LOG_FATAL, "TrackerD-Sink", "quiet");
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");

@@ -20,6 +20,7 @@ TEST(Log, TagsCarryTheFixedPrefix) {
     // The character after the last name is always dropped, the hyphen too for an empty list.
     EXPECT_EQ(Log({}).tag(), "TrackerD");
     EXPECT_EQ(Log("").tag(), "TrackerD-");
+    EXPECT_EQ(Log({"A", nullptr}).tag(), "TrackerD-A:");
 }
 
 TEST(Log, EachLevelReachesThePlatformWithItsPriority) {

@@ -3,11 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <cctype>
+#include <cstdio>
+#include <cstdlib>
 #include <numeric>
 #include <thread>
 #include <unordered_set>
 
 #include "log/LogCapture.h"
+#include "util/SystemEntropy.h"
 
 namespace tracker {
 namespace util {
@@ -62,24 +65,49 @@ TEST(UUID, TwoThreadsAtOnceGetDistinctValues) {
     EXPECT_EQ(seen.size(), 2000u);
 }
 
-// Relies on a fresh seed pool: CTest runs every case in its own process.
 TEST(UUID, AFullPoolKeepsItsOldestSeeds) {
-    std::vector<unsigned int> seeds(2000);
-    std::iota(seeds.begin(), seeds.end(), 1u);
-    UUID::addSeeds(seeds);
-    const std::string first = UUID::randomUUID();
+    // The pool must start empty: the "threadsafe" style runs the body in a new process.
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            std::vector<unsigned int> seeds(2000);
+            std::iota(seeds.begin(), seeds.end(), 1u);
+            UUID::addSeeds(seeds);
+            const std::string first = UUID::randomUUID();
 
-    // Only the first 1024 values went in, and the reseed's own values were cut off again: the
-    // engine was seeded from exactly those 1024.
-    std::seed_seq sequence(seeds.begin(), seeds.begin() + 1024);
-    UuidEngine expected;
-    expected.seed(sequence);
-    const std::string fromPool = generateHexWithReplacement(expected, 8, 0, 0);
-    EXPECT_EQ(first.substr(0, 8), fromPool);
+            // Only the first 1024 values went in, and the reseed's own values were cut off
+            // again: the engine was seeded from exactly those 1024.
+            std::seed_seq sequence(seeds.begin(), seeds.begin() + 1024);
+            UuidEngine expected;
+            expected.seed(sequence);
+            const bool seededFromPool =
+                first.substr(0, 8) == generateHexWithReplacement(expected, 8, 0, 0);
 
-    // More seeds cannot change a full pool, so the next reseed starts the same sequence again.
-    UUID::addSeeds({42, 43});
-    EXPECT_EQ(UUID::randomUUID(), first);
+            // More seeds cannot change a full pool: the next reseed restarts the same sequence.
+            UUID::addSeeds({42, 43});
+            const bool frozen = UUID::randomUUID() == first;
+            std::fprintf(stderr, "seededFromPool=%d frozen=%d", seededFromPool, frozen);
+            std::exit(seededFromPool && frozen ? 0 : 1);
+        },
+        ::testing::ExitedWithCode(0), "seededFromPool=1 frozen=1");
+}
+
+TEST(UUID, AnUnreadyGeneratorIsReportedAndTriedAgainEachCall) {
+    const EntropySource previous = setEntropySource([] { return 256.0; });
+    UUID::addSeeds({});  // forgets an earlier successful seeding
+    sim::LogCapture capture;
+    EXPECT_TRUE(hasUuidLayout(UUID::randomUUID()));
+    EXPECT_TRUE(hasUuidLayout(UUID::randomUUID()));
+    const std::string warning =
+        "W TrackerD-UUID: low entropy on call to generate UUID, currentEntropy=256.000000";
+    EXPECT_EQ(capture.texts(), (std::vector<std::string>{warning, warning}));
+
+    // Once the generator is ready the warnings stop.
+    setEntropySource(previous);
+    capture.clear();
+    UUID::randomUUID();
+    UUID::randomUUID();
+    EXPECT_TRUE(capture.texts().empty());
 }
 
 TEST(UUID, HexWithReplacementSetsLeadingBits) {
@@ -105,12 +133,15 @@ TEST(UUID, ImpossibleReplacementsFailWithTheirLine) {
     UuidEngine engine;
     EXPECT_EQ(generateHexWithReplacement(engine, 1, 0, 5), "");
     EXPECT_EQ(generateHexWithReplacement(engine, 4, 0, 9), "");
+    EXPECT_EQ(generateHexWithReplacement(engine, 4294967295u, 0, 0), "");
     EXPECT_EQ(capture.texts(),
               (std::vector<std::string>{
                   "E TrackerD-UUID: generateHexWithReplacementFailed, numDigitsInBits=4, "
                   "numReplacementBits=5",
                   "E TrackerD-UUID: generateHexWithReplacementFailed, "
-                  "numReplacementBitsLimit=8, numReplacementBits=9"}));
+                  "numReplacementBitsLimit=8, numReplacementBits=9",
+                  "E TrackerD-UUID: generateHexWithReplacementFailed, numDigitsLimit=1024, "
+                  "numDigits=4294967295"}));
 }
 
 TEST(UUID, ReverseFlipsByteOrder) {

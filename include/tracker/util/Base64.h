@@ -10,7 +10,8 @@ namespace util {
 // Bad input: a null output or an empty input fails with "Invalid parameters" (tag
 // "TrackerD-Base64"). decode() does not validate characters: anything outside the alphabet
 // decodes as the value 255 would; an "=" before the end stops decoding, returns false and leaves
-// the bytes decoded so far in *out.
+// the bytes decoded so far in *out; text that decodes to no byte at all ("=", "====", "Z") is
+// false too.
 //
 // Stateless: callable from any thread.
 class Base64 {

@@ -22,8 +22,8 @@ class Encryption {
     // The most input aesEncrypt/aesDecrypt accept: eight blocks.
     static constexpr int kMaxAesLength = 128;
 
-    // Bytes written to out (at most length rounded down to 16), or -1. `key` is 16 bytes; `iv`
-    // is ignored by ECB and may be null.
+    // Bytes written to out, or -1. `data` holds `length` bytes, `out` room for `length` rounded
+    // down to 16, `key` 16 bytes; `iv` is ignored by ECB and may be null.
     static int aesEncrypt128ECB(unsigned char* data, int length, const unsigned char* key,
                                 const unsigned char* iv, unsigned char* out);
     static int aesDecrypt128ECB(unsigned char* data, int length, const unsigned char* key,

@@ -6,6 +6,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cctype>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -13,6 +15,7 @@
 #include <mutex>
 #include <vector>
 
+#include "log/HostLog.h"
 #include "log/LogCapture.h"
 
 namespace tracker {
@@ -35,21 +38,9 @@ CaptureRegistry& registry() {
     return *instance;
 }
 
-int priorityFromLetter(char letter) {
-    const char* end = kPriorityLetters + kLetterCount;
-    const char* found = std::find(kPriorityLetters, end, letter);
-    if (found != end) {
-        return ANDROID_LOG_VERBOSE + static_cast<int>(found - kPriorityLetters);
-    }
-    return letter == 'S' ? ANDROID_LOG_SILENT : ANDROID_LOG_INFO;
-}
-
-int stderrThreshold() {
-    static const int threshold = [] {
-        const char* level = std::getenv("TRACKER_LOG_LEVEL");
-        return priorityFromLetter(level != nullptr && *level != '\0' ? *level : 'I');
-    }();
-    return threshold;
+std::atomic<int>& threshold() {
+    static std::atomic<int> value{priorityFromLevelName(std::getenv("TRACKER_LOG_LEVEL"))};
+    return value;
 }
 
 // "MM-DD HH:MM:SS.mmm  PID  TID L tag: message\n", written with one call so that lines from
@@ -106,6 +97,26 @@ int writeLine(int priority, const char* tag, const char* format, va_list args) {
 }
 
 }  // namespace
+
+int priorityFromLevelName(const char* name) {
+    const char letter = name != nullptr
+                            ? static_cast<char>(std::toupper(static_cast<unsigned char>(name[0])))
+                            : '\0';
+    const char* end = kPriorityLetters + kLetterCount;
+    const char* found = std::find(kPriorityLetters, end, letter);
+    if (letter != '\0' && found != end) {
+        return ANDROID_LOG_VERBOSE + static_cast<int>(found - kPriorityLetters);
+    }
+    return letter == 'S' ? ANDROID_LOG_SILENT : ANDROID_LOG_INFO;
+}
+
+int stderrThreshold() {
+    return threshold().load();
+}
+
+void setStderrThreshold(int priority) {
+    threshold().store(priority);
+}
 
 char priorityLetter(int priority) {
     return priority >= ANDROID_LOG_VERBOSE && priority < ANDROID_LOG_VERBOSE + kLetterCount

@@ -48,8 +48,5 @@ class LogCapture {
     std::vector<LogLine> m_lines;
 };
 
-// The priority's logcat letter: V, D, I, W, E, F; '?' for anything else.
-char priorityLetter(int priority);
-
 }  // namespace sim
 }  // namespace tracker

@@ -21,7 +21,7 @@ bool SafeCTimeAccess::safeAccess(tm* (*fn)(const time_t*), const time_t& t, tm* 
     if (out == nullptr || fn == nullptr) {
         return false;
     }
-    std::lock_guard<std::mutex> lock(m_mutex);
+    MutexLock lock(m_mutex);
     const tm* shared = fn(&t);
     if (shared == nullptr) {
         return false;

@@ -78,7 +78,7 @@ TEST(TimeUtils, MalformedTextFailsWithTheFieldItStoppedAt) {
     EXPECT_FALSE(utils.convert8601TimeStringToUnix("20X0-01-01T00:00:00+0000", &seconds));
     EXPECT_FALSE(utils.convert8601TimeStringToUnix("2020-0a-01T00:00:00+0000", &seconds));
     EXPECT_FALSE(utils.convert8601TimeStringToUnix("2020-01-01T00:00:6x+0000", &seconds));
-    EXPECT_FALSE(utils.convert8601TimeStringToUnix("2020-01-01T00:00:00+0000", nullptr));
+    EXPECT_FALSE(utils.convert8601TimeStringToUnix("", nullptr));
     // Before 1970 mktime goes negative, which is refused.
     EXPECT_FALSE(utils.convert8601TimeStringToUnix("1969-12-31T00:00:00+0000", &seconds));
     EXPECT_EQ(seconds, 99);
@@ -131,6 +131,10 @@ TEST(TimeUtils, OffsetsAndNullOutputs) {
     EXPECT_FALSE(utils.localtimeOffset(0, nullptr));
     EXPECT_FALSE(utils.getCurrentUnixTime(nullptr));
     EXPECT_FALSE(utils.convertTimeToUtcIso8601Rfc3339(Micros{}, nullptr));
+    std::string text = "untouched";
+    EXPECT_FALSE(
+        utils.convertTimeToUtcIso8601Rfc3339(Micros(std::chrono::microseconds(-1500000)), &text));
+    EXPECT_EQ(text, "untouched");
     EXPECT_EQ(capture.texts(),
               (std::vector<std::string>{
                   "E TrackerD-TimeUtils: convertToUtcTimeT, return variable is null",
@@ -140,6 +144,8 @@ TEST(TimeUtils, OffsetsAndNullOutputs) {
                   "nullptr.",
                   "E TrackerD-TimeUtils: convertTimeToUtcIso8601Rfc3339Failed, out parameter was "
                   "nullptr.",
+                  "E TrackerD-TimeUtils: convertTimeToUtcIso8601Rfc3339Failed, time before 1970, "
+                  "microseconds=-1500000",
               }));
 }
 
@@ -151,6 +157,7 @@ TEST(SafeCTimeAccess, OneGuardCopiesResultsOutForEveryThread) {
 
     // gmtime and localtime share one static buffer; hammered from several threads at once, each
     // caller must still get its own answer.
+    static constexpr int kDayOfMonth[] = {29, 1, 2, 3};
     auto worker = [&](int id, int* failures) {
         TimeUtils utils;
         for (int round = 0; round < 300; ++round) {
@@ -158,7 +165,7 @@ TEST(SafeCTimeAccess, OneGuardCopiesResultsOutForEveryThread) {
             tm utc{};
             tm local{};
             if (!access->getGmtime(t, &utc) || !access->getLocaltime(t, &local) ||
-                utc.tm_mday != 29 + id - (id > 0 ? 29 : 0) || utc.tm_sec != round % 60 ||
+                utc.tm_mday != kDayOfMonth[id] || utc.tm_sec != round % 60 ||
                 local.tm_hour != (utc.tm_hour + 1) % 24 ||
                 parse(format(static_cast<long long>(t) * 1000000)) != t) {
                 ++*failures;

@@ -2,7 +2,8 @@
 
 #include <ctime>
 #include <memory>
-#include <mutex>
+
+#include "tracker/util/Mutex.h"
 
 namespace tracker {
 namespace util {
@@ -23,7 +24,7 @@ class SafeCTimeAccess {
     bool safeAccess(tm* (*fn)(const time_t*), const time_t& t, tm* out);
 
   private:
-    std::mutex m_mutex;
+    Mutex m_mutex;
 };
 
 }  // namespace time
