@@ -18,7 +18,7 @@ libdir=$(PKG_CONFIG_PATH=$pcdir pkg-config --variable=libdir trackerutil)
 LD_LIBRARY_PATH=$libdir "$work/by-pkg-config"
 
 "$cmake" -S "$consumer" -B "$work/cmake-build" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" \
-    -DCMAKE_CXX_COMPILER="$cxx" >/dev/null
-"$cmake" --build "$work/cmake-build" >/dev/null
+    -DCMAKE_CXX_COMPILER="$cxx" >"$work/configure.log" || { cat "$work/configure.log"; exit 1; }
+"$cmake" --build "$work/cmake-build" >"$work/build.log" || { cat "$work/build.log"; exit 1; }
 "$work/cmake-build/consumer"
 echo "consumer built and ran against $prefix"

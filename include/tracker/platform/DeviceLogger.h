@@ -14,11 +14,16 @@ class DeviceLogger {
   public:
     DeviceLogger() = delete;
 
-    static int v(const char* tag, const char* format, va_list args);
-    static int d(const char* tag, const char* format, va_list args);
-    static int i(const char* tag, const char* format, va_list args);
-    static int w(const char* tag, const char* format, va_list args);
-    static int e(const char* tag, const char* format, va_list args);
+    static int v(const char* tag, const char* format, va_list args)
+        __attribute__((format(printf, 2, 0)));
+    static int d(const char* tag, const char* format, va_list args)
+        __attribute__((format(printf, 2, 0)));
+    static int i(const char* tag, const char* format, va_list args)
+        __attribute__((format(printf, 2, 0)));
+    static int w(const char* tag, const char* format, va_list args)
+        __attribute__((format(printf, 2, 0)));
+    static int e(const char* tag, const char* format, va_list args)
+        __attribute__((format(printf, 2, 0)));
 
     // Writes "<message>: <error.what()>".
     static int v(const char* tag, const std::string& message, const std::exception& error);

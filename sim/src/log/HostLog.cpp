@@ -67,13 +67,16 @@ void writeToStderr(const LogLine& line) {
     std::fwrite(text.data(), 1, text.size(), stderr);
 }
 
-int writeLine(int priority, const char* tag, const char* format, va_list args) {
+__attribute__((format(printf, 3, 0))) int writeLine(int priority, const char* tag,
+                                                    const char* format, va_list args) {
     LogLine line{priority, tag != nullptr ? tag : "", {}};
+    if (format == nullptr) {
+        return -1;
+    }
     va_list measure;
     va_copy(measure, args);
     char small[512];
-    const int length =
-        std::vsnprintf(small, sizeof small, format != nullptr ? format : "", measure);
+    const int length = std::vsnprintf(small, sizeof small, format, measure);
     va_end(measure);
     if (length < 0) {
         return -1;

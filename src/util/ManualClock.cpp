@@ -1,0 +1,76 @@
+#include "tracker/util/ManualClock.h"
+
+#include <algorithm>
+
+namespace tracker {
+namespace util {
+
+namespace {
+// How often a wait on a manual clock looks whether the test has moved the time.
+constexpr std::chrono::milliseconds kPollInterval{1};
+}  // namespace
+
+ManualClock::ManualClock(SleepMode mode)
+    : m_mode(mode), m_now(TimePoint{} + std::chrono::hours(1)) {}
+
+Clock::TimePoint ManualClock::now() const {
+    MutexLock lock(m_mutex);
+    return m_now;
+}
+
+void ManualClock::sleepFor(Duration duration) {
+    MutexLock lock(m_mutex);
+    m_sleeps.push_back(duration);
+    const TimePoint end = m_now + duration;
+    if (m_mode == SleepMode::Advance) {
+        m_now = std::max(m_now, end);
+    }
+    m_moved.notify_all();
+    m_moved.wait(lock.native(), [&]() TRACKER_NO_THREAD_SAFETY_ANALYSIS { return m_now >= end; });
+}
+
+void ManualClock::advance(Duration duration) {
+    {
+        MutexLock lock(m_mutex);
+        m_now += std::max(duration, Duration::zero());
+    }
+    m_moved.notify_all();
+}
+
+std::vector<Clock::Duration> ManualClock::sleeps() const {
+    MutexLock lock(m_mutex);
+    return m_sleeps;
+}
+
+bool ManualClock::waitForSleeps(std::size_t count, std::chrono::milliseconds limit) const {
+    MutexLock lock(m_mutex);
+    return m_moved.wait_for(lock.native(), limit, [&]() TRACKER_NO_THREAD_SAFETY_ANALYSIS {
+        return m_sleeps.size() >= count;
+    });
+}
+
+bool ManualClock::waitForDeadline(TimePoint deadline, std::chrono::milliseconds limit) const {
+    MutexLock lock(m_mutex);
+    return m_moved.wait_for(lock.native(), limit, [&]() TRACKER_NO_THREAD_SAFETY_ANALYSIS {
+        return std::find(m_deadlines.begin(), m_deadlines.end(), deadline) != m_deadlines.end();
+    });
+}
+
+bool ManualClock::waitUntil(std::condition_variable& cv, std::unique_lock<std::mutex>& lock,
+                            TimePoint deadline) const {
+    {
+        MutexLock own(m_mutex);
+        if (m_deadlines.empty() || m_deadlines.back() != deadline) {
+            m_deadlines.push_back(deadline);
+            m_moved.notify_all();
+        }
+    }
+    return Clock::waitUntil(cv, lock, deadline);
+}
+
+Clock::Duration ManualClock::realWait(Duration remaining) const {
+    return std::min<Duration>(remaining, kPollInterval);
+}
+
+}  // namespace util
+}  // namespace tracker
