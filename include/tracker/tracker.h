@@ -2,7 +2,21 @@
 
 // Every public header of trackerutil.
 
+#include "tracker/bluetooth/BleUtils.h"
+#include "tracker/bluetooth/BluetoothManagerScanFilter.h"
+#include "tracker/bluetooth/TrackerBleTypes.h"
+#include "tracker/bluetooth/TrackerGattTypes.h"
+#include "tracker/bluetooth/TrackerScanFilter.h"
+#include "tracker/metrics/BluetoothStartFailureMetric.h"
+#include "tracker/metrics/MetricsManager.h"
+#include "tracker/metrics/MetricsTransport.h"
+#include "tracker/metrics/MlogMetricsManager.h"
+#include "tracker/metrics/MlogMetricsTransport.h"
+#include "tracker/metrics/VeldaraMetric.h"
+#include "tracker/platform/AccountInfo.h"
+#include "tracker/platform/Architecture.h"
 #include "tracker/platform/DeviceLogger.h"
+#include "tracker/power/WakeLockManager.h"
 #include "tracker/util/Base64.h"
 #include "tracker/util/Clock.h"
 #include "tracker/util/Encryption.h"

@@ -27,25 +27,19 @@ namespace {
 constexpr char kPriorityLetters[] = "VDIWEF";
 constexpr int kLetterCount = sizeof kPriorityLetters - 1;
 
-struct CaptureRegistry {
-    std::mutex mutex;
-    std::vector<LogCapture*> captures;
-};
-
-// Never destroyed: lines may still be written while other statics are torn down.
-CaptureRegistry& registry() {
-    static auto* instance = new CaptureRegistry;
-    return *instance;
-}
-
 std::atomic<int>& threshold() {
     static std::atomic<int> value{priorityFromLevelName(std::getenv("TRACKER_LOG_LEVEL"))};
     return value;
 }
 
+}  // namespace
+
 // "MM-DD HH:MM:SS.mmm  PID  TID L tag: message\n", written with one call so that lines from
 // different threads never interleave.
-void writeToStderr(const LogLine& line) {
+void printLine(const LogLine& line) {
+    if (line.priority < stderrThreshold()) {
+        return;
+    }
     const auto now = std::chrono::system_clock::now();
     const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
     const long millis = static_cast<long>(
@@ -66,6 +60,8 @@ void writeToStderr(const LogLine& line) {
     text += '\n';
     std::fwrite(text.data(), 1, text.size(), stderr);
 }
+
+namespace {
 
 __attribute__((format(printf, 3, 0))) int writeLine(int priority, const char* tag,
                                                     const char* format, va_list args) {
@@ -88,14 +84,8 @@ __attribute__((format(printf, 3, 0))) int writeLine(int priority, const char* ta
         std::vsnprintf(&line.message[0], line.message.size() + 1, format, args);
     }
 
-    if (priority >= stderrThreshold()) {
-        writeToStderr(line);
-    }
-    CaptureRegistry& captures = registry();
-    std::lock_guard<std::mutex> lock(captures.mutex);
-    for (LogCapture* capture : captures.captures) {
-        capture->record(line);
-    }
+    printLine(line);
+    Capture<LogLine>::publish(line);
     return length;
 }
 
@@ -136,59 +126,22 @@ std::string LogLine::text() const {
     return result;
 }
 
-LogCapture::LogCapture() {
-    CaptureRegistry& captures = registry();
-    std::lock_guard<std::mutex> lock(captures.mutex);
-    captures.captures.push_back(this);
-}
-
-LogCapture::~LogCapture() {
-    CaptureRegistry& captures = registry();
-    std::lock_guard<std::mutex> lock(captures.mutex);
-    captures.captures.erase(std::remove(captures.captures.begin(), captures.captures.end(), this),
-                            captures.captures.end());
-}
-
-void LogCapture::record(const LogLine& line) {
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_lines.push_back(line);
-    }
-    m_arrived.notify_all();
-}
-
-std::vector<LogLine> LogCapture::lines() const {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_lines;
-}
-
 std::vector<std::string> LogCapture::texts() const {
-    std::lock_guard<std::mutex> lock(m_mutex);
     std::vector<std::string> result;
-    result.reserve(m_lines.size());
-    for (const LogLine& line : m_lines) {
+    for (const LogLine& line : entries()) {
         result.push_back(line.text());
     }
     return result;
 }
 
 bool LogCapture::contains(const std::string& text) const {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return std::any_of(m_lines.begin(), m_lines.end(),
-                       [&](const LogLine& line) { return line.text() == text; });
-}
-
-void LogCapture::clear() {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_lines.clear();
+    const std::vector<std::string> all = texts();
+    return std::find(all.begin(), all.end(), text) != all.end();
 }
 
 bool LogCapture::waitFor(const std::string& text, std::chrono::milliseconds limit) const {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    return m_arrived.wait_for(lock, limit, [&] {
-        return std::any_of(m_lines.begin(), m_lines.end(),
-                           [&](const LogLine& line) { return line.text() == text; });
-    });
+    return Capture<LogLine>::waitFor([&](const LogLine& line) { return line.text() == text; },
+                                     limit);
 }
 
 }  // namespace sim

@@ -3,6 +3,12 @@
 namespace tracker {
 namespace sim {
 
+struct LogLine;
+
+// Writes the line to stderr in logcat's layout if its priority passes the threshold. LogCaptures
+// do not see it: this is how other platform logs (the metrics log) print.
+void printLine(const LogLine& line);
+
 // The simulated platform log writes every line at or above this priority to stderr (every line
 // reaches LogCaptures regardless). It starts from TRACKER_LOG_LEVEL, read at the first line.
 int stderrThreshold();

@@ -1,10 +1,10 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
-#include <mutex>
 #include <string>
 #include <vector>
+
+#include "capture/Capture.h"
 
 namespace tracker {
 namespace sim {
@@ -19,33 +19,16 @@ struct LogLine {
     std::string text() const;
 };
 
-// Records every line written to the simulated platform log while it exists, whatever the
-// stderr level filter says. Several captures may be alive at once; each sees every line.
-//
-// Thread-safety: lines may arrive on any thread; every member may be called from any thread.
-// m_mutex guards m_lines.
-class LogCapture {
+// Every line written to the simulated platform log while it exists, whatever the stderr level
+// filter says. Thread-safety as for Capture.
+class LogCapture : public Capture<LogLine> {
   public:
-    LogCapture();
-    ~LogCapture();
-    LogCapture(const LogCapture&) = delete;
-    LogCapture& operator=(const LogCapture&) = delete;
-
-    std::vector<LogLine> lines() const;
+    std::vector<LogLine> lines() const { return entries(); }
     // text() of every line, oldest first.
     std::vector<std::string> texts() const;
     bool contains(const std::string& text) const;
-    void clear();
     // Waits until a line with this text() has been captured, for at most `limit`.
     bool waitFor(const std::string& text, std::chrono::milliseconds limit) const;
-
-    // Called by the log sink for each line.
-    void record(const LogLine& line);
-
-  private:
-    mutable std::mutex m_mutex;
-    mutable std::condition_variable m_arrived;
-    std::vector<LogLine> m_lines;
 };
 
 }  // namespace sim
