@@ -2,6 +2,7 @@
 
 // Every public header of trackerutil.
 
+#include "tracker/bluetooth/AndroidBLEBridge.h"
 #include "tracker/bluetooth/BleUtils.h"
 #include "tracker/bluetooth/BluetoothManagerScanFilter.h"
 #include "tracker/bluetooth/TrackerBleTypes.h"
