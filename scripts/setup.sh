@@ -7,6 +7,7 @@ packages=(
     cmake ninja-build g++ clang pkg-config
     libssl-dev libcurl4-openssl-dev rapidjson-dev
     googletest libgtest-dev libgmock-dev libbenchmark-dev
+    python3 openssl
 )
 
 missing=()

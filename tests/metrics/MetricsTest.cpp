@@ -72,7 +72,8 @@ TEST(Metrics, MoveAssignmentTakesTheTransportButNotTheMask) {
     target.log();
     // The moved-from metric has no transport: it records and sends nothing, and does not crash.
     source.addInt32("ignored", 2).log();
-    target = std::move(target);
+    VeldaraMetric& same = target;
+    target = std::move(same);
     target.log();
     EXPECT_EQ(recordsOf(capture),
               (std::vector<std::string>{"MetricName=Source;SY,n=1;IN,_model=;SY",

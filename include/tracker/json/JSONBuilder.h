@@ -1,0 +1,94 @@
+#pragma once
+
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+#include <string>
+
+namespace tracker {
+namespace util {
+namespace json {
+
+// A forward-only writer of one compact JSON object (no whitespace). The root object is opened by
+// the constructor; members, nested objects and arrays follow in call order, and finalize() or
+// toString(true) closes whatever is still open. The builder is "finalized" once the root object
+// is closed: from then on every writing call returns false and logs
+// "addMemberFailed,reason=finalizedGenerator" (tag "TrackerD-JSONBuilder").
+//
+// Failure: every bool result is true on success. Nesting is the caller's business: nothing checks
+// that a name is written inside an object or that a finish call closes the kind of level it
+// names, and finalize() closes every open level with "}", an open array too (which yields text
+// that is not JSON). The one misplacement rapidjson itself catches, in builds without NDEBUG, is
+// startArrayElement() directly inside an object, where a name belongs: it asserts. A failed call
+// may leave a dangling member name in the output (a non-finite double does), so a builder that
+// reported a failure should be discarded.
+//
+// Thread-safety: none; one thread at a time. Not copyable (the writer points into the buffer).
+class JSONBuilder {
+  public:
+    // Opens the root object: the text is then "{".
+    JSONBuilder();
+    JSONBuilder(const JSONBuilder&) = delete;
+    JSONBuilder& operator=(const JSONBuilder&) = delete;
+
+    // Member `name` holding a new object or array, left open for the calls that follow.
+    bool startObject(const std::string& name);
+    bool startArray(const std::string& name);
+    // Close the innermost open level with "}" or "]".
+    bool finishObject();
+    bool finishArray();
+    // An unnamed object as the next element of the open array, and its close ("}").
+    bool startArrayElement();
+    bool finishArrayElement();
+
+    // Member `name` with a JSON string, integer, true/false or number value. A null `value`
+    // pointer returns false at once, writing and logging nothing. NaN and infinities return false
+    // after the name was written. Doubles are written in shortest round-trip form.
+    bool addMember(const std::string& name, const std::string& value);
+    bool addMember(const std::string& name, const char* value);
+    bool addMember(const std::string& name, unsigned long long value);
+    bool addMember(const std::string& name, unsigned int value);
+    bool addMember(const std::string& name, long long value);
+    bool addMember(const std::string& name, int value);
+    bool addMember(const std::string& name, bool value);
+    bool addMember(const std::string& name, double value);
+
+    // Member `name` whose value is `json`, verbatim. With `validate` the text must parse first
+    // (a failure logs JSONUtil's parse error, then "addRawJsonMemberFailed,reason=invalidJson",
+    // and writes nothing); without, it is inserted unchecked.
+    bool addRawJsonMember(const std::string& name, const std::string& json, bool validate);
+
+    // True while more may be written; false, with the finalized line, once finalized.
+    bool checkWriter();
+    // Closes every open level, innermost first, each with "}". True unless a close failed
+    // ("finishFailed,reason=failToEndObject").
+    bool finalize();
+    // The text so far; with `finalize` true, finalize() runs first.
+    std::string toString(bool finalize);
+    // True once finalized, and then it also logs the finalized line, so misuse shows in the log.
+    bool isFinalized();
+
+  private:
+    // rapidjson's compact Writer plus the two writes the builder's contract allows and rapidjson's
+    // debug-build assertions would abort on: closing a level whatever its kind, and raw text
+    // copied as is.
+    class Writer : public rapidjson::Writer<rapidjson::StringBuffer> {
+      public:
+        explicit Writer(rapidjson::StringBuffer& buffer);
+        // Closes the innermost open level with `bracket`; false when no level is open.
+        bool closeLevel(char bracket);
+        // Writes `json` verbatim as the next value.
+        bool rawValue(const std::string& json);
+    };
+
+    // The finalized check, the name, then writeValue() for the value.
+    template <typename WriteValue>
+    bool writeMember(const std::string& name, WriteValue writeValue);
+
+    rapidjson::StringBuffer m_buffer;
+    Writer m_writer;
+};
+
+}  // namespace json
+}  // namespace util
+}  // namespace tracker

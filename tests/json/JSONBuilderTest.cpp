@@ -1,0 +1,109 @@
+#include "tracker/json/JSONBuilder.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "log/LogCapture.h"
+
+namespace tracker {
+namespace util {
+namespace json {
+namespace {
+
+using sim::LogCapture;
+using Lines = std::vector<std::string>;
+
+TEST(JSONBuilder, BuildsNestedLevelsAndEveryValueKind) {
+    JSONBuilder empty;
+    EXPECT_EQ(empty.toString(false), "{");
+    EXPECT_EQ(empty.toString(true), "{}");
+
+    JSONBuilder builder;
+    EXPECT_TRUE(builder.startObject("a"));
+    EXPECT_TRUE(builder.addMember("b", 1));
+    EXPECT_TRUE(builder.finishObject());
+    EXPECT_TRUE(builder.startArray("l"));
+    EXPECT_TRUE(builder.startArrayElement());
+    EXPECT_TRUE(builder.addMember("x", true));
+    EXPECT_TRUE(builder.finishArrayElement());
+    EXPECT_TRUE(builder.finishArray());
+    EXPECT_TRUE(builder.addMember("s", std::string("q\"\\\n\x01\0z", 7)));
+    EXPECT_TRUE(builder.addMember("c", "plain"));
+    EXPECT_TRUE(builder.addMember("u64", std::numeric_limits<unsigned long long>::max()));
+    EXPECT_TRUE(builder.addMember("u32", std::numeric_limits<unsigned int>::max()));
+    EXPECT_TRUE(builder.addMember("i64", std::numeric_limits<long long>::min()));
+    EXPECT_TRUE(builder.addMember("i32", -7));
+    EXPECT_TRUE(builder.addMember("d", 0.1));
+    EXPECT_TRUE(builder.addMember("whole", 2.0));
+    EXPECT_TRUE(builder.addMember("na\"me", false));
+    EXPECT_EQ(builder.toString(true),
+              R"({"a":{"b":1},"l":[{"x":true}],"s":"q\"\\\n\u0001\u0000z","c":"plain",)"
+              R"("u64":18446744073709551615,"u32":4294967295,"i64":-9223372036854775808,)"
+              R"("i32":-7,"d":0.1,"whole":2.0,"na\"me":false})");
+}
+
+TEST(JSONBuilder, RefusesEveryWriteOnceFinalized) {
+    LogCapture capture;
+    JSONBuilder builder;
+    EXPECT_TRUE(builder.checkWriter());
+    EXPECT_FALSE(builder.isFinalized());
+    EXPECT_EQ(builder.toString(true), "{}");
+    EXPECT_FALSE(builder.addMember("b", 2));
+    EXPECT_FALSE(builder.addRawJsonMember("b", "[]", true));
+    EXPECT_FALSE(builder.startObject("b"));
+    EXPECT_FALSE(builder.startArray("b"));
+    EXPECT_FALSE(builder.startArrayElement());
+    EXPECT_FALSE(builder.finishObject());
+    EXPECT_FALSE(builder.finishArray());
+    EXPECT_FALSE(builder.checkWriter());
+    EXPECT_TRUE(builder.isFinalized());
+    EXPECT_TRUE(builder.finalize());
+    EXPECT_EQ(builder.toString(true), "{}");
+    EXPECT_EQ(capture.texts(),
+              Lines(9, "E TrackerD-JSONBuilder: addMemberFailed,reason=finalizedGenerator"));
+}
+
+TEST(JSONBuilder, FinalizeClosesEveryOpenLevelWithABrace) {
+    JSONBuilder objects;
+    objects.startObject("a");
+    objects.startObject("b");
+    EXPECT_EQ(objects.toString(false), R"({"a":{"b":{)");
+    EXPECT_EQ(objects.toString(true), R"({"a":{"b":{}}})");
+
+    // An open array gets "}" too, which is not JSON: callers close their arrays themselves.
+    JSONBuilder array;
+    array.startArray("l");
+    array.startArrayElement();
+    EXPECT_TRUE(array.finalize());
+    EXPECT_EQ(array.toString(false), R"({"l":[{}}})");
+}
+
+TEST(JSONBuilder, RawTextIsCheckedOnlyWhenAskedAndBadValuesAreRefused) {
+    LogCapture capture;
+    JSONBuilder builder;
+    EXPECT_TRUE(builder.addRawJsonMember("ok", R"({ "x": [1, 2] })", true));
+    EXPECT_FALSE(builder.addRawJsonMember("r", "{bad", true));
+    EXPECT_TRUE(builder.addRawJsonMember("u", "{bad", false));
+    EXPECT_FALSE(builder.addMember("p", static_cast<const char*>(nullptr)));
+    EXPECT_EQ(builder.toString(false), R"({"ok":{ "x": [1, 2] },"u":{bad)");
+    EXPECT_EQ(capture.texts(),
+              (Lines{"E TrackerD-JSONUtil: convertJsonStringToDocumentFailed, offset=1, "
+                     "error=Missing a name for object member.",
+                     "E TrackerD-JSONBuilder: addRawJsonMemberFailed,reason=invalidJson"}));
+
+    // A non-finite number fails after its name was written: such a builder is to be dropped.
+    JSONBuilder spoilt;
+    EXPECT_FALSE(spoilt.addMember("n", std::nan("")));
+    EXPECT_FALSE(spoilt.addMember("i", std::numeric_limits<double>::infinity()));
+    EXPECT_EQ(spoilt.toString(false), R"({"n":,"i":)");
+    EXPECT_EQ(capture.texts().size(), 2u);
+}
+
+}  // namespace
+}  // namespace json
+}  // namespace util
+}  // namespace tracker
