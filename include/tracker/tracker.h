@@ -27,7 +27,6 @@
 #include "tracker/util/Encryption.h"
 #include "tracker/util/Executor.h"
 #include "tracker/util/Log.h"
-#include "tracker/util/ManualClock.h"
 #include "tracker/util/Mutex.h"
 #include "tracker/util/StringUtils.h"
 #include "tracker/util/TaskThread.h"

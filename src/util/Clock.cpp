@@ -43,6 +43,7 @@ bool Clock::waitUntil(std::condition_variable& cv, std::unique_lock<std::mutex>&
     if (remaining <= Duration::zero()) {
         return false;
     }
+    noteWait(deadline);
     cv.wait_for(lock, realWait(remaining));
     return now() < deadline;
 }

@@ -1,11 +1,32 @@
 #include "tracker/util/Executor.h"
 
+#include <algorithm>
+#include <exception>
+#include <iterator>
+
+#include "tracker/util/Log.h"
+
 namespace tracker {
 namespace util {
+
+namespace {
+
+const Log kLog("Executor");
+
+// The Executor whose task runs on this thread, if any.
+thread_local const Executor* t_runningExecutor = nullptr;
+
+}  // namespace
 
 Executor::Executor(const std::chrono::milliseconds& idleTimeout) : m_idleTimeout(idleTimeout) {}
 
 Executor::~Executor() {
+    if (t_runningExecutor == this) {
+        // Waiting for the running task here would wait for ourselves, and our worker's loop
+        // still needs the members being destroyed.
+        kLog.e("destroyFailed: reason=destroyedByOwnTask");
+        std::terminate();
+    }
     shutdown();
 }
 
@@ -17,9 +38,9 @@ bool Executor::enqueue(bool toFront, std::function<void()> task) {
             return false;
         }
         if (toFront) {
-            m_queue.push_front(std::move(task));
+            m_queue.push_front({std::move(task), false});
         } else {
-            m_queue.push_back(std::move(task));
+            m_queue.push_back({std::move(task), false});
         }
         startLoop = !m_active;
         m_active = true;
@@ -38,14 +59,18 @@ std::function<void()> Executor::pop() {
     if (m_queue.empty()) {
         return {};
     }
-    std::function<void()> task = std::move(m_queue.front());
+    std::function<void()> task = std::move(m_queue.front().run);
     m_queue.pop_front();
     return task;
 }
 
 bool Executor::runNext() {
     if (std::function<void()> task = pop()) {
+        t_runningExecutor = this;
         task();
+        // What the task captured is released here, still as this Executor's task.
+        task = nullptr;
+        t_runningExecutor = nullptr;
     }
     return hasNext();
 }
@@ -63,7 +88,7 @@ bool Executor::hasNext() {
 }
 
 void Executor::waitForSubmittedTasks() {
-    // Shared, so that a marker dropped by a concurrent shutdown() still releases the wait.
+    // The marker owns the promise (std::function needs it copyable, hence shared).
     auto done = std::make_shared<std::promise<void>>();
     std::future<void> reached = done->get_future();
     {
@@ -71,17 +96,21 @@ void Executor::waitForSubmittedTasks() {
         if (!m_active) {
             return;
         }
-        m_queue.push_back([done] { done->set_value(); });
+        m_queue.push_back({[done] { done->set_value(); }, true});
     }
     m_taskQueued.notify_one();
     reached.wait();
 }
 
 void Executor::shutdown() {
-    std::deque<std::function<void()>> dropped;
+    std::deque<Entry> dropped;
     {
         MutexLock lock(m_mutex);
-        dropped.swap(m_queue);
+        // Markers stay: their waiters must still learn when the running task is done.
+        const auto tasks = std::stable_partition(m_queue.begin(), m_queue.end(),
+                                                 [](const Entry& entry) { return entry.marker; });
+        std::move(tasks, m_queue.end(), std::back_inserter(dropped));
+        m_queue.erase(tasks, m_queue.end());
         m_shutdownFlag = true;
     }
     // Destroyed outside the mutex: a dropped task's destructor may push (and be refused).

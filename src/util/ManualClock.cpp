@@ -52,20 +52,15 @@ bool ManualClock::waitForSleeps(std::size_t count, std::chrono::milliseconds lim
 bool ManualClock::waitForDeadline(TimePoint deadline, std::chrono::milliseconds limit) const {
     MutexLock lock(m_mutex);
     return m_moved.wait_for(lock.native(), limit, [&]() TRACKER_NO_THREAD_SAFETY_ANALYSIS {
-        return std::find(m_deadlines.begin(), m_deadlines.end(), deadline) != m_deadlines.end();
+        return m_deadlines.count(deadline) > 0;
     });
 }
 
-bool ManualClock::waitUntil(std::condition_variable& cv, std::unique_lock<std::mutex>& lock,
-                            TimePoint deadline) const {
-    {
-        MutexLock own(m_mutex);
-        if (m_deadlines.empty() || m_deadlines.back() != deadline) {
-            m_deadlines.push_back(deadline);
-            m_moved.notify_all();
-        }
+void ManualClock::noteWait(TimePoint deadline) const {
+    MutexLock lock(m_mutex);
+    if (m_deadlines.insert(deadline).second) {
+        m_moved.notify_all();
     }
-    return Clock::waitUntil(cv, lock, deadline);
 }
 
 Clock::Duration ManualClock::realWait(Duration remaining) const {

@@ -1,5 +1,7 @@
 #include "tracker/util/Timer.h"
 
+#include <exception>
+
 namespace tracker {
 namespace util {
 
@@ -14,6 +16,11 @@ thread_local const Timer* t_scheduleOwner = nullptr;
 Timer::Timer() = default;
 
 Timer::~Timer() {
+    if (t_scheduleOwner == this) {
+        // The schedule loop still needs this object once the callable returns.
+        TSTIMERLOG.e("destroyFailed: reason=destroyedByOwnCallable");
+        std::terminate();
+    }
     stop();
 }
 

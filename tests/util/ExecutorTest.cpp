@@ -180,6 +180,66 @@ TEST(Executor, GivesItsThreadBackWhenIdleAndTheNextPushReusesIt) {
     EXPECT_LE(created - created0, 1u) << "later periods reuse the returned worker";
 }
 
+TEST(Executor, KeepsItsThreadWithinTheIdleTimeout) {
+    Executor executor(10s);
+    const unsigned long long before = obtainedWorkers();
+    for (int round = 0; round < 5; ++round) {
+        executor.pushTo(false, [] {}).get();
+    }
+    EXPECT_EQ(obtainedWorkers() - before, 1u) << "one thread serves every push";
+}
+
+TEST(Executor, DestructionDropsQueuedTasksAfterTheRunningOne) {
+    std::promise<void> entered;
+    std::promise<void> gate;
+    std::atomic<bool> finished{false};
+    std::future<void> queued;
+    std::future<void> destroyed;
+    {
+        auto executor = std::make_unique<Executor>(1000ms);
+        executor->pushTo(false, [&] {
+            entered.set_value();
+            gate.get_future().wait();
+            finished = true;
+        });
+        ASSERT_EQ(entered.get_future().wait_for(kEventLimit), std::future_status::ready);
+        queued = executor->pushTo(false, [] {});
+        destroyed = std::async(std::launch::async, [&executor] { executor.reset(); });
+        ASSERT_EQ(queued.wait_for(kEventLimit), std::future_status::ready);
+        gate.set_value();
+        ASSERT_EQ(destroyed.wait_for(kEventLimit), std::future_status::ready);
+    }
+    EXPECT_TRUE(finished);
+    EXPECT_THROW(queued.get(), std::future_error);
+}
+
+TEST(Executor, WaitersAndOverlappingShutdownsAllReturnOnceTheRunningTaskEnds) {
+    Executor executor(1000ms);
+    std::promise<void> entered;
+    std::promise<void> gate;
+    std::atomic<bool> finished{false};
+    executor.pushTo(false, [&] {
+        entered.set_value();
+        gate.get_future().wait();
+        finished = true;
+    });
+    ASSERT_EQ(entered.get_future().wait_for(kEventLimit), std::future_status::ready);
+    auto observe = [&](auto call) {
+        return std::async(std::launch::async, [&, call] {
+            call();
+            return finished.load();
+        });
+    };
+    std::future<bool> waiter = observe([&] { executor.waitForSubmittedTasks(); });
+    std::future<bool> firstShutdown = observe([&] { executor.shutdown(); });
+    std::future<bool> secondShutdown = observe([&] { executor.shutdown(); });
+    gate.set_value();
+    for (std::future<bool>* call : {&waiter, &firstShutdown, &secondShutdown}) {
+        ASSERT_EQ(call->wait_for(kEventLimit), std::future_status::ready);
+        EXPECT_TRUE(call->get()) << "returned before the running task ended";
+    }
+}
+
 TEST(Executor, ZeroIdleTimeoutStopsAtOnceAndRestartsOnPush) {
     Executor executor(0ms);
     const unsigned long long before = obtainedWorkers();

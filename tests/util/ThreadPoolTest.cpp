@@ -99,8 +99,17 @@ TEST(ThreadPool, ReusesOldestIdleWorkersAndCountsEverything) {
     EXPECT_EQ(stats.obtained, 4u);
     pool.releaseWorker(std::move(reused));
 
+    // Two idle workers; a limit of 0 keeps one, the newest.
+    std::unique_ptr<WorkerThread> extra = pool.obtainWorker("");
+    const std::string newest = extra->getMoniker();
+    pool.releaseWorker(std::move(extra));
     pool.setMaxThreads(0);
     EXPECT_EQ(pool.getMaxThreads(), 1u);
+    const Stats beforeTrim = statsOf(pool);
+    std::unique_ptr<WorkerThread> kept = pool.obtainWorker("");
+    std::unique_ptr<WorkerThread> fresh = pool.obtainWorker("");
+    EXPECT_EQ(kept->getMoniker(), newest);
+    EXPECT_EQ(statsOf(pool).created, beforeTrim.created + 1);
     EXPECT_EQ(ThreadPool::getDefaultThreadPool().getMaxThreads(), 20u);
     EXPECT_EQ(&ThreadPool::getDefaultThreadPool(), &ThreadPool::getDefaultThreadPool());
 }

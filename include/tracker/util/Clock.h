@@ -36,8 +36,8 @@ class Clock {
     // One wait on cv (lock held, as for cv.wait): returns false without waiting once `deadline`
     // has passed on this clock; otherwise waits until notified, spuriously woken or the deadline,
     // and returns whether the deadline is still ahead.
-    virtual bool waitUntil(std::condition_variable& cv, std::unique_lock<std::mutex>& lock,
-                           TimePoint deadline) const;
+    bool waitUntil(std::condition_variable& cv, std::unique_lock<std::mutex>& lock,
+                   TimePoint deadline) const;
 
     // Waits until pred() holds or `limit` has passed on this clock; returns pred().
     template <typename Predicate>
@@ -56,6 +56,7 @@ class Clock {
     template <typename Future>
     std::future_status waitFor(const Future& future, Duration limit) const {
         const TimePoint deadline = now() + limit;
+        noteWait(deadline);
         for (;;) {
             const Duration remaining = deadline - now();
             if (remaining <= Duration::zero()) {
@@ -68,6 +69,8 @@ class Clock {
     }
 
   protected:
+    // Every bounded wait reports its deadline here before it blocks.
+    virtual void noteWait(TimePoint /*deadline*/) const {}
     // How long to block in real time when `remaining` of this clock's time is left before a
     // deadline; the waiter looks at the clock again afterwards.
     virtual Duration realWait(Duration remaining) const = 0;

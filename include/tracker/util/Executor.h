@@ -26,8 +26,10 @@ namespace util {
 //
 // Thread-safety: every member may be called from any thread. Tasks run without the mutex, so a
 // task may push to its own Executor, but it must not call waitForSubmittedTasks() or shutdown()
-// on it: the call would wait for the task making it. An exception leaving a task ends the
-// process: tasks handle their own. m_mutex guards m_queue and m_active.
+// on it: the call would wait for the task making it. Nor may an Executor be destroyed by its own
+// task (say, a task holding the last reference to the Executor's owner): that ends the process
+// with an error line, as it could only deadlock. An exception leaving a task ends the process:
+// tasks handle their own. m_mutex guards m_queue and m_active.
 class Executor {
   public:
     explicit Executor(const std::chrono::milliseconds& idleTimeout);
@@ -37,6 +39,7 @@ class Executor {
 
     // Queues f at the front (runs next, ahead of everything queued) or at the back, and returns
     // the future of its result. After shutdown() the future is invalid and f is destroyed unrun.
+    // F must be copy-constructible (it is held in a std::function).
     template <typename F>
     auto pushTo(bool toFront, F f) -> std::future<decltype(f())> {
         using Result = decltype(f());
@@ -63,6 +66,13 @@ class Executor {
     bool isShutdown();
 
   private:
+    // A queued task, or the marker of a waitForSubmittedTasks() call, which shutdown() keeps so
+    // that its waiter still learns when the running task has finished.
+    struct Entry {
+        std::function<void()> run;
+        bool marker;
+    };
+
     // False (and the task destroyed unrun) when shut down.
     bool enqueue(bool toFront, std::function<void()> task);
     std::function<void()> pop();
@@ -72,7 +82,7 @@ class Executor {
     bool hasNext();
 
     Mutex m_mutex;
-    std::deque<std::function<void()>> m_queue TRACKER_GUARDED_BY(m_mutex);
+    std::deque<Entry> m_queue TRACKER_GUARDED_BY(m_mutex);
     // A run loop is started or running.
     bool m_active TRACKER_GUARDED_BY(m_mutex) = false;
     const std::chrono::milliseconds m_idleTimeout;

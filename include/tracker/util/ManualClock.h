@@ -3,6 +3,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <set>
 #include <vector>
 
 #include "tracker/util/Clock.h"
@@ -42,10 +43,8 @@ class ManualClock : public Clock {
     // Blocks (real time) until some thread waits for exactly `deadline`; false after `limit`.
     bool waitForDeadline(TimePoint deadline, std::chrono::milliseconds limit) const;
 
-    bool waitUntil(std::condition_variable& cv, std::unique_lock<std::mutex>& lock,
-                   TimePoint deadline) const override;
-
   protected:
+    void noteWait(TimePoint deadline) const override;
     Duration realWait(Duration remaining) const override;
 
   private:
@@ -54,8 +53,8 @@ class ManualClock : public Clock {
     mutable std::condition_variable m_moved;
     TimePoint m_now TRACKER_GUARDED_BY(m_mutex);
     std::vector<Duration> m_sleeps TRACKER_GUARDED_BY(m_mutex);
-    // Distinct deadlines waited for, in order (a wait looks at the clock many times).
-    mutable std::vector<TimePoint> m_deadlines TRACKER_GUARDED_BY(m_mutex);
+    // Every deadline waited for (a wait looks at the clock many times, once recorded).
+    mutable std::set<TimePoint> m_deadlines TRACKER_GUARDED_BY(m_mutex);
 };
 
 }  // namespace util

@@ -28,12 +28,13 @@ extern const Log TSTIMERLOG;
 // Thread-safety: every member may be called from any thread. stop() wakes a waiting schedule at
 // once and, from another thread, returns after a running callable has returned; from the
 // callable itself it does not wait, and the schedule ends at its next wait. The callable runs
-// without the mutex; it must not start() its own Timer, and an exception leaving it ends the
-// process. m_mutex guards m_stopRequested; m_threadMutex serialises starting and joining
-// m_thread.
+// without the mutex; it must not start() its own Timer nor destroy it (that ends the process
+// with an error line), and an exception leaving it ends the process. m_mutex guards
+// m_stopRequested; m_threadMutex serialises starting and joining m_thread.
 class Timer {
   public:
-    enum PeriodType {
+    // Other values keep the schedule's waits and never call.
+    enum PeriodType : int {
         // Runs at start + delay + k * period, whatever the callable takes; a run whose time has
         // passed when the previous one returns is skipped, so the schedule stays on its grid.
         FixedRate = 0,
