@@ -2,12 +2,7 @@
 include(CMakePackageConfigHelpers)
 
 set(TRACKER_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/TrackerUtil)
-set(TRACKER_INSTALLED_TARGETS trackerutil)
-if(TARGET trackersim)
-    list(APPEND TRACKER_INSTALLED_TARGETS trackersim)
-endif()
-
-install(TARGETS ${TRACKER_INSTALLED_TARGETS} EXPORT TrackerUtilTargets
+install(TARGETS trackerutil EXPORT TrackerUtilTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
         RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <string>
+
+#include "bluetooth/World.h"
+
+namespace tracker {
+namespace sim {
+
+// Loads a world description into the world (adding to what it holds). The JSON:
+//
+// {
+//   "range": 30,                              optional, metres
+//   "tags": [{
+//     "address": "C0:FF:EE:00:00:01",         required
+//     "advertisement": "0201060303aafe",      required, hex of the AD structures
+//     "intervalMs": 100,                      optional, > 0
+//     "txPower": -59,                         optional, RSSI at 1 m
+//     "connectable": true,                    optional
+//     "distance": 2.5 | [[0, 1.5], [5000, 10]],  optional, metres, or [ms, metres] points
+//     "gatt": [{"uuid": "0000180f-0000-1000-8000-00805f9b34fb",
+//               "characteristics": [{"uuid": "...", "properties": 18, "value": "64",
+//                                    "notify": true}]}],   notify adds the 2902 descriptor
+//     "pairing": {"dsn": "G0001", "state": 12, "category": [3, 14], "inputDescriptor": ""}
+//   }],
+//   "faults": {"failInitializations": 0, "failScanStarts": 0, "failPairedDeviceQuery": false}
+// }
+//
+// A description that does not parse or has a wrong field is refused whole: false, nothing
+// loaded, and *error names the field ("tags[1].advertisement: expected an even number of hex
+// digits").
+bool loadScenario(const std::string& json, World& world, std::string* error);
+bool loadScenarioFile(const std::string& path, World& world, std::string* error);
+
+}  // namespace sim
+}  // namespace tracker
