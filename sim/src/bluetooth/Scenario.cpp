@@ -184,26 +184,27 @@ TagSpec tag(const Value& json, const std::string& path) {
     if (!json.IsObject()) {
         fail(path, "expected an object");
     }
-    TagSpec spec;
-    spec.address = address(required(json, path, "address"), path + ".address");
-    spec.advertisement = hexBytes(required(json, path, "advertisement"), path + ".advertisement");
+    TagSpec tagSpec;
+    tagSpec.address = address(required(json, path, "address"), path + ".address");
+    tagSpec.advertisement =
+        hexBytes(required(json, path, "advertisement"), path + ".advertisement");
     if (const Value* interval = member(json, "intervalMs")) {
         const int ms = integer(*interval, path + ".intervalMs");
         if (ms <= 0) {
             fail(path + ".intervalMs", "expected a positive number of milliseconds");
         }
-        spec.interval = std::chrono::milliseconds(ms);
+        tagSpec.interval = std::chrono::milliseconds(ms);
     }
     if (const Value* txPower = member(json, "txPower")) {
-        spec.txPower = integer(*txPower, path + ".txPower");
+        tagSpec.txPower = integer(*txPower, path + ".txPower");
     }
     if (const Value* connectable = member(json, "connectable")) {
-        spec.connectable = boolean(*connectable, path + ".connectable");
+        tagSpec.connectable = boolean(*connectable, path + ".connectable");
     }
     if (const Value* distance = member(json, "distance")) {
         const std::string at = path + ".distance";
         if (distance->IsNumber()) {
-            spec.distance.emplace_back(std::chrono::milliseconds(0), distance->GetDouble());
+            tagSpec.distance.emplace_back(std::chrono::milliseconds(0), distance->GetDouble());
         } else {
             for (rapidjson::SizeType i = 0; i < array(*distance, at).Size(); ++i) {
                 const std::string point = at + "[" + std::to_string(i) + "]";
@@ -211,19 +212,19 @@ TagSpec tag(const Value& json, const std::string& path) {
                 if (!entry.IsArray() || entry.Size() != 2) {
                     fail(point, "expected [milliseconds, metres]");
                 }
-                spec.distance.emplace_back(
+                tagSpec.distance.emplace_back(
                     std::chrono::milliseconds(integer(entry[0], point + "[0]")),
                     number(entry[1], point + "[1]"));
             }
         }
     }
     if (const Value* services = member(json, "gatt")) {
-        spec.gatt = gatt(*services, path + ".gatt");
+        tagSpec.gatt = gatt(*services, path + ".gatt");
     }
     if (const Value* paired = member(json, "pairing")) {
-        spec.pairing = pairing(*paired, path + ".pairing", spec.address);
+        tagSpec.pairing = pairing(*paired, path + ".pairing", tagSpec.address);
     }
-    return spec;
+    return tagSpec;
 }
 
 }  // namespace
@@ -280,8 +281,8 @@ bool loadScenario(const std::string& json, World& world, std::string* error) {
     if (range >= 0) {
         world.setRange(range);
     }
-    for (TagSpec& spec : tags) {
-        world.addTag(std::move(spec));
+    for (TagSpec& tagSpec : tags) {
+        world.addTag(std::move(tagSpec));
     }
     world.failNextInitializations(failInitializations);
     world.failNextScanStarts(failScanStarts);

@@ -79,7 +79,7 @@ std::string characteristicKey(const ParcelUuid& service, const ParcelUuid& chara
 }  // namespace
 
 struct World::Tag {
-    TagSpec spec;
+    TagSpec tagSpec;
     util::Clock::TimePoint added;
     std::optional<double> fixedDistance;
 };
@@ -147,12 +147,12 @@ void World::reset() {
 
 // --- the world ------------------------------------------------------------------------------
 
-void World::addTag(TagSpec spec) {
+void World::addTag(TagSpec tagSpec) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    auto tag = std::make_shared<Tag>(Tag{std::move(spec), util::Clock::current()->now(), {}});
-    m_state->tags[tag->spec.address] = tag;
+    auto tag = std::make_shared<Tag>(Tag{std::move(tagSpec), util::Clock::current()->now(), {}});
+    m_state->tags[tag->tagSpec.address] = tag;
     if (m_state->scan) {
-        scheduleAdvertisingLocked(tag, tag->spec.interval);
+        scheduleAdvertisingLocked(tag, tag->tagSpec.interval);
     }
 }
 
@@ -236,12 +236,12 @@ bool World::setPairState(const std::string& address, int state) {
     if (!tag) {
         return false;
     }
-    if (!tag->spec.pairing) {
-        tag->spec.pairing = RemoteDeviceAdapter{};
+    if (!tag->tagSpec.pairing) {
+        tag->tagSpec.pairing = RemoteDeviceAdapter{};
     }
-    tag->spec.pairing->mAddress = address;
-    tag->spec.pairing->mPairedState = state;
-    const RemoteDeviceAdapter device = *tag->spec.pairing;
+    tag->tagSpec.pairing->mAddress = address;
+    tag->tagSpec.pairing->mPairedState = state;
+    const RemoteDeviceAdapter device = *tag->tagSpec.pairing;
     for (const std::shared_ptr<Connectivity>& callback : m_state->connectivity) {
         m_loop.postAfter(util::Clock::Duration::zero(), [callback, device, state] {
             callback->onPairStateChanged(device, state);
@@ -268,7 +268,7 @@ double World::distanceLocked(const Tag& tag) const {
     if (tag.fixedDistance) {
         return *tag.fixedDistance;
     }
-    const auto& points = tag.spec.distance;
+    const auto& points = tag.tagSpec.distance;
     if (points.empty()) {
         return 1.0;
     }
@@ -308,24 +308,24 @@ void World::deliverAdvertisement(const std::shared_ptr<Tag>& tag, uint64_t gener
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         const bool current = generation == m_state->generation && m_state->scan &&
-                             findTagLocked(tag->spec.address) == tag;
+                             findTagLocked(tag->tagSpec.address) == tag;
         if (!current) {
             return;
         }
         if (repeat) {
-            scheduleAdvertisingLocked(tag, tag->spec.interval);
+            scheduleAdvertisingLocked(tag, tag->tagSpec.interval);
         }
         if (!inRangeLocked(*tag)) {
             return;
         }
-        ScanRecord record = ScanRecord::parseFromBytes(tag->spec.advertisement);
+        ScanRecord record = ScanRecord::parseFromBytes(tag->tagSpec.advertisement);
         if (!passesAny(m_state->scan->filters, record)) {
             return;
         }
         m_state->noise = m_state->noise * 1103515245u + 12345u;
         const int noise = static_cast<int>((m_state->noise >> 16) % 5) - 2;
-        result.emplace(android::bluetooth::BluetoothDevice(tag->spec.address), std::move(record),
-                       rssiAt(tag->spec.txPower, distanceLocked(*tag)) + noise);
+        result.emplace(android::bluetooth::BluetoothDevice(tag->tagSpec.address), std::move(record),
+                       rssiAt(tag->tagSpec.txPower, distanceLocked(*tag)) + noise);
         if (m_state->scan->settings.getReportDelayMillis() > 0) {
             deliverBatch = m_state->scan->batch;
         } else {
@@ -489,7 +489,7 @@ bool World::startScan(const std::vector<ScanFilter>* filters,
     // Tags do not advertise in step: each starts at its own point of its interval.
     int phase = 0;
     for (const auto& entry : m_state->tags) {
-        const auto interval = entry.second->spec.interval;
+        const auto interval = entry.second->tagSpec.interval;
         scheduleAdvertisingLocked(entry.second, interval * (1 + phase % 4) / 4);
         ++phase;
     }
@@ -548,7 +548,7 @@ bool World::connectGatt(const std::string& address, std::shared_ptr<Gatt> callba
     connId = faults.nextConnectionId.value_or(m_state->nextConnectionId++);
     faults.nextConnectionId.reset();
     const std::shared_ptr<Tag> tag = findTagLocked(address);
-    const bool reachable = tag && tag->spec.connectable && inRangeLocked(*tag);
+    const bool reachable = tag && tag->tagSpec.connectable && inRangeLocked(*tag);
     const int status = takeStatusLocked(GattAnswer::Connect, reachable ? 0 : kGattError);
     const int newState = status == 0 ? Gatt::STATE_CONNECTED : Gatt::STATE_DISCONNECTED;
     m_state->connections[connId] = Connection{address, callback, false, false, {}, {}};
@@ -611,7 +611,7 @@ bool World::discoverServices(int connId) {
             }
             if (status == 0) {
                 const std::shared_ptr<Tag> tag = findTagLocked(current->address);
-                current->services = tag ? tag->spec.gatt : std::vector<BluetoothGattService>();
+                current->services = tag ? tag->tagSpec.gatt : std::vector<BluetoothGattService>();
                 current->discovered = true;
             }
         }
@@ -755,7 +755,7 @@ bool World::pairedDevices(std::vector<RemoteDeviceAdapter>& out) {
         return false;
     }
     for (const auto& entry : m_state->tags) {
-        const auto& pairing = entry.second->spec.pairing;
+        const auto& pairing = entry.second->tagSpec.pairing;
         if (pairing && pairing->mPairedState == kBonded) {
             RemoteDeviceAdapter device = *pairing;
             device.mAddress = entry.first;
