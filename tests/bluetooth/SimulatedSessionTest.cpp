@@ -96,6 +96,11 @@ class SimulatedSession : public SimulatedBluetooth {
 };
 
 TEST_F(SimulatedSession, ScanFromLibraryFiltersToLibraryRecords) {
+    // A tag the filters must keep out: it advertises battery service 0x180F only.
+    sim::TagSpec stranger;
+    stranger.address = "C0:FF:EE:00:00:02";
+    stranger.advertisement = {0x03, 0x03, 0x0F, 0x18};
+    world().addTag(stranger);
     TrackerScanFilter byService;
     byService.uuidFilter.uuid = {0xFE, 0xAA};
     TrackerScanFilter byAddress;
@@ -113,6 +118,7 @@ TEST_F(SimulatedSession, ScanFromLibraryFiltersToLibraryRecords) {
         [&](int, const ScanResult& result) {
             std::lock_guard<std::mutex> lock(mutex);
             record = AndroidBLEBridge::toTrackerScanRecord(result);
+            results.add(BleUtils::getBleAddress(record->address));
             const auto& scanRecord = result.getScanRecord();
             const auto uuids = AndroidBLEBridge::toTrackerUuids(scanRecord.getServiceUuids());
             extra.uuid = uuids.empty() ? TrackerUuid() : uuids[0];
@@ -124,7 +130,12 @@ TEST_F(SimulatedSession, ScanFromLibraryFiltersToLibraryRecords) {
         },
         0));
     settle();
+    settle();
     ASSERT_TRUE(results.waitFor("result"));
+    const std::vector<std::string> heard = results.events();
+    EXPECT_EQ(std::count(heard.begin(), heard.end(), "C0:FF:EE:00:00:02"), 0);
+    EXPECT_GE(std::count(heard.begin(), heard.end(), kTag), 2);
+    EXPECT_TRUE(proxy().stopBLEScan(0));
     std::lock_guard<std::mutex> lock(mutex);
     EXPECT_EQ(BleUtils::getBleAddress(record->address), kTag);
     EXPECT_NEAR(record->rssi, -59, 2);
@@ -132,7 +143,6 @@ TEST_F(SimulatedSession, ScanFromLibraryFiltersToLibraryRecords) {
     EXPECT_EQ(extra.manuData[0].data, (Bytes{0x01, 0x71, 0xAA, 0xBB}));
     EXPECT_TRUE(BleUtils::matchManuDataFilter({{0x01, 0x71}, {0xFF, 0xFF}}, extra.manuData[0]));
     EXPECT_EQ(extra.serviceData, (Bytes{0x10, 0x20}));
-    EXPECT_TRUE(proxy().stopBLEScan(0));
 }
 
 TEST_F(SimulatedSession, GattSessionFromConnectToDisconnect) {

@@ -106,6 +106,7 @@ TEST_F(SimulatedScan, DeliversWhatPassesAnyFilterOnTheWorldsThread) {
     const std::vector<std::string> unfiltered = scan.log.events();
     EXPECT_EQ(std::count(unfiltered.begin(), unfiltered.end(), kOther), 0);
     EXPECT_GT(std::count(unfiltered.begin(), unfiltered.end(), kCompany), 0);
+    EXPECT_TRUE(proxy().stopBLEScan(0));
 }
 
 TEST_F(SimulatedScan, ServiceMasksAndDataPrefixesAreHonoured) {
@@ -125,6 +126,7 @@ TEST_F(SimulatedScan, ServiceMasksAndDataPrefixesAreHonoured) {
     const std::vector<std::string> events = scan.log.events();
     EXPECT_GT(std::count(events.begin(), events.end(), kEddystone), 0);
     EXPECT_EQ(std::count(events.begin(), events.end(), kCompany), 0);
+    EXPECT_TRUE(proxy().stopBLEScan(0));
 }
 
 TEST_F(SimulatedScan, FaultsFailStartsReportFailuresAndKillTheProxy) {
@@ -134,6 +136,7 @@ TEST_F(SimulatedScan, FaultsFailStartsReportFailuresAndKillTheProxy) {
     EXPECT_FALSE(scan.start({}));
     EXPECT_FALSE(scan.start({}));
     ASSERT_TRUE(scan.start({}));
+    EXPECT_FALSE(scan.start({})) << "a stack refuses a scan that is already running";
     world().reportScanFailure(2);
     ASSERT_TRUE(scan.log.waitFor("failure 2"));
 
@@ -151,6 +154,7 @@ TEST_F(SimulatedScan, FaultsFailStartsReportFailuresAndKillTheProxy) {
     EXPECT_FALSE(proxy().initialize(300));
     EXPECT_TRUE(proxy().initialize(300));
     EXPECT_TRUE(scan.start({}));
+    EXPECT_TRUE(proxy().stopBLEScan(0));
 }
 
 // Records the answers of one GATT connection.
@@ -239,6 +243,8 @@ TEST_F(SimulatedGatt, AnswersInTheOrderAStackDoes) {
     BluetoothGattCharacteristic written = level();
     written.setValue(std::make_shared<ParcelByteArray>(Bytes{0x32}));
     ASSERT_TRUE(proxy().writeCharacteristic(connId, written));
+    EXPECT_FALSE(proxy().readCharacteristic(connId, level())) << "one request at a time";
+    settle();
     ASSERT_TRUE(proxy().readCharacteristic(connId, level()));
     settle();
     ASSERT_TRUE(proxy().setCharacteristicNotification(connId, level(), true));
@@ -268,7 +274,7 @@ TEST_F(SimulatedGatt, UnreachableTagsAndChosenFaults) {
     world().moveTag(kEddystone, 1.0);
     world().setNextConnectionId(-1);
     EXPECT_EQ(connect(kEddystone), -1);
-    const int connId = connect(kEddystone);
+    const int connId = connect("c0:ff:ee:00:00:01");  // either case names the tag
     world().setNextStatus(GattAnswer::Discover, 133);
     ASSERT_TRUE(proxy().discoverServices(connId));
     settle();
@@ -277,22 +283,91 @@ TEST_F(SimulatedGatt, UnreachableTagsAndChosenFaults) {
     world().setNextStatus(GattAnswer::Read, 137);
     ASSERT_TRUE(proxy().readCharacteristic(connId, level()));
     settle();
-    world().dropNext(GattAnswer::Read);
-    ASSERT_TRUE(proxy().readCharacteristic(connId, level()));
-    settle();
     world().delayNext(GattAnswer::Write, std::chrono::seconds(5));
     ASSERT_TRUE(proxy().writeCharacteristic(connId, level()));
     settle();
     const std::size_t beforeDelay = gatt->log.events().size();
     settle(std::chrono::seconds(5));
     EXPECT_EQ(gatt->log.events().size(), beforeDelay + 1);
-    // Walking out of range drops the connection with a time-out.
+    // A dropped answer never comes, and the connection stays busy, as a stuck stack would.
+    world().dropNext(GattAnswer::Read);
+    ASSERT_TRUE(proxy().readCharacteristic(connId, level()));
+    settle();
+    EXPECT_FALSE(proxy().readCharacteristic(connId, level()));
+    // Walking out of range drops the connections with a time-out.
     world().moveTag(kEddystone, 80.0);
     settle();
     EXPECT_EQ(gatt->log.events(),
               (std::vector<std::string>{"state 133 0", "state 133 0", "state 0 2", "state 0 2",
                                         "discovered 133", "discovered 0", "read 137 64",
                                         "write 0 64", "state 8 0", "state 8 0"}));
+}
+
+TEST_F(SimulatedGatt, NothingFollowsACloseOrTheProxysDeath) {
+    const int connId = connect(kEddystone);
+    ASSERT_TRUE(proxy().discoverServices(connId));
+    settle();
+    ASSERT_TRUE(proxy().readCharacteristic(connId, level()));
+    EXPECT_TRUE(proxy().close(connId));
+    EXPECT_FALSE(proxy().close(connId));
+    settle();
+
+    const int second = connect(kEddystone);
+    ASSERT_TRUE(proxy().discoverServices(second));
+    world().killProxy();
+    settle();
+    EXPECT_TRUE(world().openConnections().empty());
+    EXPECT_FALSE(proxy().discoverServices(second));
+    EXPECT_EQ(gatt->log.events(),
+              (std::vector<std::string>{"state 0 2", "discovered 0", "state 0 2"}));
+}
+
+TEST_F(SimulatedGatt, TagsThatDriftAwayDropTheirLinkAtTheNextAnswer) {
+    TagSpec leaving = tagAt(kCompany, kCompanyAd);
+    leaving.distance = {{std::chrono::milliseconds(0), 1.0}, {std::chrono::seconds(10), 100.0}};
+    leaving.gatt = {BluetoothGattService(ParcelUuid::fromString(kBattery))};
+    world().addTag(leaving);
+    const int connId = connect(kCompany);
+    settle(std::chrono::seconds(20));
+    ASSERT_TRUE(proxy().discoverServices(connId));
+    settle();
+    EXPECT_EQ(gatt->log.events(), (std::vector<std::string>{"state 0 2", "state 8 0"}));
+}
+
+TEST_F(SimulatedGatt, CharacteristicsSharingAUuidStayApart) {
+    // Two services with the same UUID, each with the level characteristic; only the second
+    // can notify. Values without a value read as empty bytes.
+    TagSpec twin = tagAt(kCompany, kCompanyAd);
+    BluetoothGattService first(ParcelUuid::fromString(kBattery));
+    first.addCharacteristic(BluetoothGattCharacteristic(ParcelUuid::fromString(kLevel), 0x02));
+    BluetoothGattService second(ParcelUuid::fromString(kBattery));
+    BluetoothGattCharacteristic notifying(ParcelUuid::fromString(kLevel), 0x12);
+    notifying.addDescriptor(BluetoothGattDescriptor(ParcelUuid::fromString(kConfiguration)));
+    second.addCharacteristic(notifying);
+    twin.gatt = {first, second};
+    world().addTag(twin);
+    const int connId = connect(kCompany);
+    ASSERT_TRUE(proxy().discoverServices(connId));
+    settle();
+    std::vector<BluetoothGattService> services;
+    ASSERT_TRUE(proxy().getServices(connId, services));
+    const BluetoothGattCharacteristic& inSecond = services[1].getCharacteristics()[0];
+    EXPECT_NE(inSecond.getInstanceId(), services[0].getCharacteristics()[0].getInstanceId());
+
+    BluetoothGattCharacteristic written = inSecond;
+    written.setValue(std::make_shared<ParcelByteArray>(Bytes{0x07}));
+    ASSERT_TRUE(proxy().writeCharacteristic(connId, written));
+    settle();
+    ASSERT_TRUE(proxy().readCharacteristic(connId, services[0].getCharacteristics()[0]));
+    settle();
+    ASSERT_TRUE(proxy().setCharacteristicNotification(connId, inSecond, true));
+    settle();
+    EXPECT_TRUE(world().notifyValue(kCompany, ParcelUuid::fromString(kBattery),
+                                    ParcelUuid::fromString(kLevel), {0x08}));
+    settle();
+    EXPECT_EQ(gatt->log.events(),
+              (std::vector<std::string>{"state 0 2", "discovered 0", "write 0 07", "read 0 ",
+                                        "descriptor 2902 0 0100 of 2a19", "changed 08"}));
 }
 
 class Pairing : public IConnectivityEventCallback {
@@ -354,6 +429,7 @@ TEST_F(SimulatedScan, ScenariosLoadWholeOrNotAtAll) {
     const std::size_t heard = scan.log.events().size();
     settle();
     EXPECT_EQ(scan.log.events().size(), heard);
+    EXPECT_TRUE(proxy().stopBLEScan(0));
     std::vector<RemoteDeviceAdapter> devices;
     ASSERT_TRUE(proxy().getPairedRemoteDevices(devices));
     EXPECT_EQ(devices.at(0).mDSN, "G7");
@@ -369,6 +445,13 @@ TEST_F(SimulatedScan, ScenariosLoadWholeOrNotAtAll) {
          "tags[0].gatt[0].uuid: expected a UUID like 0000180f-0000-1000-8000-00805f9b34fb"},
         {"{\"faults\": {\"failScanStarts\": \"two\"}}",
          "faults.failScanStarts: expected an integer"},
+        {"{\"tags\": [{\"address\": \"C0:FF:EE:00:00:08\", \"advertisement\": \"00\", "
+         "\"intervalMS\": 5}]}",
+         "tags[0].intervalMS: unknown field"},
+        {"{\"range\": -1}", "range: expected a value of 0 or more"},
+        {"{\"tags\": [{\"address\": \"C0:FF:EE:00:00:08\", \"advertisement\": \"00\", "
+         "\"distance\": [[500, 1], [100, 2]]}]}",
+         "tags[0].distance[1][0]: expected times of 0 or more, in ascending order"},
         {"{\"tags\": [", "offset 10: Invalid value."},
         {"[]", "scenario: expected an object"},
     };

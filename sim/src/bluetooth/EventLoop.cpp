@@ -34,6 +34,11 @@ void EventLoop::clear() {
     }
 }
 
+bool EventLoop::hasDue(TimePoint time) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return !m_pending.empty() && m_pending.begin()->first.first <= time;
+}
+
 void EventLoop::run() {
     std::unique_lock<std::mutex> lock(m_mutex);
     while (!m_stopping) {

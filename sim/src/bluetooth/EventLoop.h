@@ -37,6 +37,8 @@ class EventLoop {
     void postAfter(util::Clock::Duration delay, std::function<void()> action);
     // Drops every action not yet run.
     void clear();
+    // Whether an action due at or before `time` is waiting.
+    bool hasDue(TimePoint time);
 
   private:
     void run();

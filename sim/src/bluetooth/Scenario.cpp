@@ -3,9 +3,12 @@
 #include <rapidjson/document.h>
 #include <rapidjson/error/en.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <fstream>
+#include <initializer_list>
+#include <optional>
 #include <sstream>
 
 namespace tracker {
@@ -29,6 +32,25 @@ struct FieldError {
 
 [[noreturn]] void fail(const std::string& path, const std::string& what) {
     throw FieldError{path + ": " + what};
+}
+
+// A misspelt field would otherwise be ignored silently.
+void onlyKnown(const Value& object, const std::string& path,
+               std::initializer_list<const char*> known) {
+    for (auto it = object.MemberBegin(); it != object.MemberEnd(); ++it) {
+        const std::string name = it->name.GetString();
+        if (std::none_of(known.begin(), known.end(),
+                         [&](const char* field) { return name == field; })) {
+            fail(path.empty() ? name : path + "." + name, "unknown field");
+        }
+    }
+}
+
+double nonNegative(double value, const std::string& path) {
+    if (value < 0) {
+        fail(path, "expected a value of 0 or more");
+    }
+    return value;
 }
 
 const Value* member(const Value& object, const char* name) {
@@ -123,6 +145,7 @@ BluetoothGattCharacteristic characteristic(const Value& json, const std::string&
     if (!json.IsObject()) {
         fail(path, "expected an object");
     }
+    onlyKnown(json, path, {"uuid", "properties", "value", "notify"});
     const Value* properties = member(json, "properties");
     BluetoothGattCharacteristic result(uuid(required(json, path, "uuid"), path + ".uuid"),
                                        properties ? integer(*properties, path + ".properties") : 0);
@@ -145,6 +168,7 @@ std::vector<BluetoothGattService> gatt(const Value& json, const std::string& pat
         if (!entry.IsObject()) {
             fail(at, "expected an object");
         }
+        onlyKnown(entry, at, {"uuid", "characteristics"});
         BluetoothGattService service(uuid(required(entry, at, "uuid"), at + ".uuid"));
         if (const Value* list = member(entry, "characteristics")) {
             const std::string listPath = at + ".characteristics";
@@ -162,6 +186,7 @@ RemoteDeviceAdapter pairing(const Value& json, const std::string& path, const st
     if (!json.IsObject()) {
         fail(path, "expected an object");
     }
+    onlyKnown(json, path, {"dsn", "state", "category", "inputDescriptor"});
     RemoteDeviceAdapter device;
     device.mAddress = addr;
     if (const Value* dsn = member(json, "dsn")) {
@@ -184,6 +209,9 @@ TagSpec tag(const Value& json, const std::string& path) {
     if (!json.IsObject()) {
         fail(path, "expected an object");
     }
+    onlyKnown(json, path,
+              {"address", "advertisement", "intervalMs", "txPower", "connectable", "distance",
+               "gatt", "pairing"});
     TagSpec tagSpec;
     tagSpec.address = address(required(json, path, "address"), path + ".address");
     tagSpec.advertisement =
@@ -204,7 +232,8 @@ TagSpec tag(const Value& json, const std::string& path) {
     if (const Value* distance = member(json, "distance")) {
         const std::string at = path + ".distance";
         if (distance->IsNumber()) {
-            tagSpec.distance.emplace_back(std::chrono::milliseconds(0), distance->GetDouble());
+            tagSpec.distance.emplace_back(std::chrono::milliseconds(0),
+                                          nonNegative(distance->GetDouble(), at));
         } else {
             for (rapidjson::SizeType i = 0; i < array(*distance, at).Size(); ++i) {
                 const std::string point = at + "[" + std::to_string(i) + "]";
@@ -212,9 +241,13 @@ TagSpec tag(const Value& json, const std::string& path) {
                 if (!entry.IsArray() || entry.Size() != 2) {
                     fail(point, "expected [milliseconds, metres]");
                 }
+                const std::chrono::milliseconds when(integer(entry[0], point + "[0]"));
+                if (when.count() < 0 ||
+                    (!tagSpec.distance.empty() && when < tagSpec.distance.back().first)) {
+                    fail(point + "[0]", "expected times of 0 or more, in ascending order");
+                }
                 tagSpec.distance.emplace_back(
-                    std::chrono::milliseconds(integer(entry[0], point + "[0]")),
-                    number(entry[1], point + "[1]"));
+                    when, nonNegative(number(entry[1], point + "[1]"), point + "[1]"));
             }
         }
     }
@@ -240,14 +273,15 @@ bool loadScenario(const std::string& json, World& world, std::string* error) {
         message = "scenario: expected an object";
     }
     std::vector<TagSpec> tags;
-    double range = -1;
-    int failInitializations = 0;
-    int failScanStarts = 0;
-    bool failPaired = false;
+    std::optional<double> range;
+    std::optional<int> failInitializations;
+    std::optional<int> failScanStarts;
+    std::optional<bool> failPaired;
     if (message.empty()) {
         try {
+            onlyKnown(document, "", {"range", "tags", "faults"});
             if (const Value* value = member(document, "range")) {
-                range = number(*value, "range");
+                range = nonNegative(number(*value, "range"), "range");
             }
             if (const Value* list = member(document, "tags")) {
                 for (rapidjson::SizeType i = 0; i < array(*list, "tags").Size(); ++i) {
@@ -258,6 +292,8 @@ bool loadScenario(const std::string& json, World& world, std::string* error) {
                 if (!faults->IsObject()) {
                     fail("faults", "expected an object");
                 }
+                onlyKnown(*faults, "faults",
+                          {"failInitializations", "failScanStarts", "failPairedDeviceQuery"});
                 if (const Value* value = member(*faults, "failInitializations")) {
                     failInitializations = integer(*value, "faults.failInitializations");
                 }
@@ -278,15 +314,22 @@ bool loadScenario(const std::string& json, World& world, std::string* error) {
         }
         return false;
     }
-    if (range >= 0) {
-        world.setRange(range);
+    if (range) {
+        world.setRange(*range);
     }
     for (TagSpec& tagSpec : tags) {
         world.addTag(std::move(tagSpec));
     }
-    world.failNextInitializations(failInitializations);
-    world.failNextScanStarts(failScanStarts);
-    world.failPairedDeviceQuery(failPaired);
+    // Only the faults the scenario names; the others keep what the world had.
+    if (failInitializations) {
+        world.failNextInitializations(*failInitializations);
+    }
+    if (failScanStarts) {
+        world.failNextScanStarts(*failScanStarts);
+    }
+    if (failPaired) {
+        world.failPairedDeviceQuery(*failPaired);
+    }
     return true;
 }
 

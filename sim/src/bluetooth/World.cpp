@@ -1,36 +1,26 @@
 #include "bluetooth/World.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <future>
 
 #include <android/bluetooth/le/ScanRecord.h>
-#include <frameworklink/interfaces/ParcelByteArray.h>
+
+#include "bluetooth/WorldState.h"
 
 namespace tracker {
 namespace sim {
 
 namespace {
 
-using android::bluetooth::BluetoothGattCharacteristic;
-using android::bluetooth::BluetoothGattDescriptor;
-using android::bluetooth::BluetoothGattService;
 using android::bluetooth::le::ScanFilter;
 using android::bluetooth::le::ScanRecord;
 using android::bluetooth::le::ScanResult;
 using android::os::ParcelUuid;
-using com::orvane::frameworklink::interfaces::ParcelByteArray;
 using com::orvane::frameworklink::interfaces::RemoteDeviceAdapter;
-using Gatt = com::orvane::frameworklink::managers::IAndroidBTGattCallback;
 
-// How long a tag takes to answer a GATT request.
-constexpr std::chrono::milliseconds kGattLatency{10};
-// Platform statuses the world answers with.
-constexpr int kGattError = 133;
-constexpr int kConnectionTimeout = 8;
 constexpr int kBonded = 12;
-const ParcelUuid kConfigurationDescriptor =
-    ParcelUuid::fromString("00002902-0000-1000-8000-00805f9b34fb");
 
 bool matchesMasked(const ParcelUuid& value, const ParcelUuid& wanted, const ParcelUuid& mask) {
     return (value.getMostSignificantBits() & mask.getMostSignificantBits()) ==
@@ -68,67 +58,19 @@ bool passes(const ScanFilter& filter, const ScanRecord& record) {
 }
 
 bool passesAny(const std::vector<ScanFilter>& filters, const ScanRecord& record) {
-    return filters.empty() || std::any_of(filters.begin(), filters.end(),
-                                          [&](const ScanFilter& f) { return passes(f, record); });
-}
-
-std::string characteristicKey(const ParcelUuid& service, const ParcelUuid& characteristic) {
-    return service.toString() + "/" + characteristic.toString();
+    return filters.empty() ||
+           std::any_of(filters.begin(), filters.end(),
+                       [&](const ScanFilter& filter) { return passes(filter, record); });
 }
 
 }  // namespace
 
-struct World::Tag {
-    TagSpec tagSpec;
-    util::Clock::TimePoint added;
-    std::optional<double> fixedDistance;
-};
-
-struct World::Scan {
-    int instance;
-    std::vector<ScanFilter> filters;
-    android::bluetooth::le::ScanSettings settings;
-    BatchCallback batch;
-    std::function<void(int)> failure;
-    ResultCallback result;
-};
-
-struct World::Connection {
-    std::string address;
-    std::shared_ptr<Gatt> callback;
-    bool connected = false;
-    bool discovered = false;
-    std::vector<BluetoothGattService> services;
-    // characteristicKey() of every characteristic whose notifications are on.
-    std::vector<std::string> notifying;
-};
-
-struct World::Faults {
-    int failInitializations = 0;
-    int failScanStarts = 0;
-    std::map<GattAnswer, int> status;
-    // nullopt: drop the answer; a duration: deliver it that late.
-    std::map<GattAnswer, std::optional<util::Clock::Duration>> delivery;
-    std::optional<int> nextConnectionId;
-    bool failPairedDeviceQuery = false;
-};
-
-struct World::State {
-    bool ready = false;
-    int initializeCalls = 0;
-    double range = 30.0;
-    std::map<std::string, std::shared_ptr<Tag>> tags;
-    std::optional<Scan> scan;
-    // Bumped whenever the scan starts, stops or the world resets: advertisements scheduled
-    // under an older generation are dropped.
-    uint64_t generation = 0;
-    std::map<int, Connection> connections;
-    int nextConnectionId = 1;
-    std::vector<std::weak_ptr<DeathRecipient>> deathRecipients;
-    std::vector<std::shared_ptr<Connectivity>> connectivity;
-    Faults faults;
-    uint32_t noise = 12345;  // a small deterministic generator for RSSI noise
-};
+std::string normalisedAddress(const std::string& address) {
+    std::string upper = address;
+    std::transform(upper.begin(), upper.end(), upper.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+    return upper;
+}
 
 World& World::instance() {
     static World* world = new World;
@@ -138,10 +80,16 @@ World& World::instance() {
 World::World() : m_state(std::make_unique<State>()) {}
 
 void World::reset() {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    const uint64_t generation = m_state->generation + 1;
-    m_state = std::make_unique<State>();
-    m_state->generation = generation;
+    std::unique_ptr<State> old;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        const uint64_t generation = m_state->generation + 1;
+        old = std::move(m_state);
+        m_state = std::make_unique<State>();
+        m_state->generation = generation;
+    }
+    // The old state and the dropped events hold the library's callbacks: released without the
+    // lock, whatever their destructors do.
     m_loop.clear();
 }
 
@@ -149,6 +97,7 @@ void World::reset() {
 
 void World::addTag(TagSpec tagSpec) {
     std::lock_guard<std::mutex> lock(m_mutex);
+    tagSpec.address = normalisedAddress(tagSpec.address);
     auto tag = std::make_shared<Tag>(Tag{std::move(tagSpec), util::Clock::current()->now(), {}});
     m_state->tags[tag->tagSpec.address] = tag;
     if (m_state->scan) {
@@ -158,7 +107,7 @@ void World::addTag(TagSpec tagSpec) {
 
 bool World::removeTag(const std::string& address) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    return m_state->tags.erase(address) > 0;
+    return m_state->tags.erase(normalisedAddress(address)) > 0;
 }
 
 bool World::moveTag(const std::string& address, double metres) {
@@ -168,18 +117,11 @@ bool World::moveTag(const std::string& address, double metres) {
         return false;
     }
     tag->fixedDistance = metres;
-    if (inRangeLocked(*tag)) {
-        return true;
-    }
-    // Out of range: its connections time out.
-    for (auto& entry : m_state->connections) {
-        Connection& connection = entry.second;
-        if (connection.address == address && connection.connected) {
-            connection.connected = false;
-            const std::shared_ptr<Gatt> callback = connection.callback;
-            m_loop.postAfter(kGattLatency, [callback] {
-                callback->onConnectionStateChange(kConnectionTimeout, Gatt::STATE_DISCONNECTED);
-            });
+    if (!inRangeLocked(*tag)) {
+        for (auto& entry : m_state->connections) {
+            if (entry.second.address == tag->tagSpec.address && entry.second.connected) {
+                loseLinkLocked(entry.second);
+            }
         }
     }
     return true;
@@ -197,39 +139,6 @@ bool World::advertiseOnce(const std::string& address) {
     return true;
 }
 
-bool World::notifyValue(const std::string& address, const ParcelUuid& service,
-                        const ParcelUuid& characteristic, std::vector<uint8_t> value) {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    const std::string key = characteristicKey(service, characteristic);
-    bool sent = false;
-    for (auto& entry : m_state->connections) {
-        Connection& connection = entry.second;
-        if (connection.address != address || !connection.connected ||
-            std::find(connection.notifying.begin(), connection.notifying.end(), key) ==
-                connection.notifying.end()) {
-            continue;
-        }
-        for (BluetoothGattService& known : connection.services) {
-            if (known.getUuid() != service) {
-                continue;
-            }
-            for (const BluetoothGattCharacteristic& candidate : known.getCharacteristics()) {
-                if (candidate.getUuid() != characteristic) {
-                    continue;
-                }
-                BluetoothGattCharacteristic changed = candidate;
-                changed.setValue(std::make_shared<ParcelByteArray>(value));
-                const std::shared_ptr<Gatt> callback = connection.callback;
-                m_loop.postAfter(kGattLatency, [callback, changed] {
-                    callback->onCharacteristicChanged(changed);
-                });
-                sent = true;
-            }
-        }
-    }
-    return sent;
-}
-
 bool World::setPairState(const std::string& address, int state) {
     std::lock_guard<std::mutex> lock(m_mutex);
     const std::shared_ptr<Tag> tag = findTagLocked(address);
@@ -239,7 +148,7 @@ bool World::setPairState(const std::string& address, int state) {
     if (!tag->tagSpec.pairing) {
         tag->tagSpec.pairing = RemoteDeviceAdapter{};
     }
-    tag->tagSpec.pairing->mAddress = address;
+    tag->tagSpec.pairing->mAddress = tag->tagSpec.address;
     tag->tagSpec.pairing->mPairedState = state;
     const RemoteDeviceAdapter device = *tag->tagSpec.pairing;
     for (const std::shared_ptr<Connectivity>& callback : m_state->connectivity) {
@@ -260,7 +169,7 @@ int World::rssiAt(int txPower, double metres) {
 }
 
 std::shared_ptr<World::Tag> World::findTagLocked(const std::string& address) const {
-    const auto found = m_state->tags.find(address);
+    const auto found = m_state->tags.find(normalisedAddress(address));
     return found != m_state->tags.end() ? found->second : nullptr;
 }
 
@@ -361,20 +270,26 @@ void World::reportScanFailure(int errorCode) {
 }
 
 void World::killProxy() {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_state->ready = false;
-    m_state->scan.reset();
-    ++m_state->generation;
-    m_state->connections.clear();
-    for (const std::weak_ptr<DeathRecipient>& weak : m_state->deathRecipients) {
-        m_loop.postAfter(util::Clock::Duration::zero(), [weak] {
-            if (const std::shared_ptr<DeathRecipient> recipient = weak.lock()) {
-                recipient->binderDied();
-            }
-        });
+    std::optional<Scan> scan;
+    std::map<int, Connection> connections;
+    std::vector<std::shared_ptr<Connectivity>> connectivity;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_state->ready = false;
+        ++m_state->generation;
+        scan.swap(m_state->scan);
+        connections.swap(m_state->connections);
+        connectivity.swap(m_state->connectivity);
+        for (const std::weak_ptr<DeathRecipient>& weak : m_state->deathRecipients) {
+            m_loop.postAfter(util::Clock::Duration::zero(), [weak] {
+                if (const std::shared_ptr<DeathRecipient> recipient = weak.lock()) {
+                    recipient->binderDied();
+                }
+            });
+        }
+        m_state->deathRecipients.clear();
     }
-    m_state->deathRecipients.clear();
-    m_state->connectivity.clear();
+    // What held the library's callbacks goes here, without the lock.
 }
 
 void World::setNextStatus(GattAnswer answer, int status) {
@@ -403,10 +318,18 @@ void World::failPairedDeviceQuery(bool fail) {
 }
 
 bool World::barrier(std::chrono::milliseconds limit) {
-    auto reached = std::make_shared<std::promise<void>>();
-    std::future<void> done = reached->get_future();
-    m_loop.postAfter(util::Clock::Duration::zero(), [reached] { reached->set_value(); });
-    return done.wait_for(limit) == std::future_status::ready;
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    // Events may post further events for now (an answer that turns into a link loss): go round
+    // until nothing due is left.
+    do {
+        auto reached = std::make_shared<std::promise<void>>();
+        std::future<void> done = reached->get_future();
+        m_loop.postAfter(util::Clock::Duration::zero(), [reached] { reached->set_value(); });
+        if (done.wait_until(deadline) != std::future_status::ready) {
+            return false;
+        }
+    } while (m_loop.hasDue(util::Clock::current()->now()));
+    return true;
 }
 
 // --- what the library asked for -------------------------------------------------------------
@@ -448,7 +371,7 @@ std::vector<int> World::openConnections() const {
     return ids;
 }
 
-// --- the platform side ----------------------------------------------------------------------
+// --- the platform side: proxy, scanning and pairing -----------------------------------------
 
 bool World::initialize(int /*waitLimit*/) {
     std::lock_guard<std::mutex> lock(m_mutex);
@@ -474,7 +397,8 @@ bool World::startScan(const std::vector<ScanFilter>* filters,
                       const android::bluetooth::le::ScanSettings& settings, BatchCallback batch,
                       std::function<void(int)> failure, ResultCallback result, int instance) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    if (!m_state->ready) {
+    // A stack refuses to start a scan that is already running.
+    if (!m_state->ready || m_state->scan) {
         return false;
     }
     if (m_state->faults.failScanStarts > 0) {
@@ -497,235 +421,16 @@ bool World::startScan(const std::vector<ScanFilter>* filters,
 }
 
 bool World::stopScan(int instance) {
+    // Declared before the lock, so the library's callbacks it takes die after the lock is gone.
+    std::optional<Scan> stopped;
     std::lock_guard<std::mutex> lock(m_mutex);
     if (!m_state->ready) {
         return false;
     }
     if (m_state->scan && m_state->scan->instance == instance) {
-        m_state->scan.reset();
+        stopped.swap(m_state->scan);
         ++m_state->generation;
     }
-    return true;
-}
-
-int World::takeStatusLocked(GattAnswer answer, int normal) {
-    auto& statuses = m_state->faults.status;
-    const auto found = statuses.find(answer);
-    if (found == statuses.end()) {
-        return normal;
-    }
-    const int status = found->second;
-    statuses.erase(found);
-    return status;
-}
-
-void World::answerLocked(GattAnswer answer, std::function<void()> deliver) {
-    auto& delivery = m_state->faults.delivery;
-    util::Clock::Duration delay = kGattLatency;
-    const auto found = delivery.find(answer);
-    if (found != delivery.end()) {
-        const std::optional<util::Clock::Duration> chosen = found->second;
-        delivery.erase(found);
-        if (!chosen) {
-            return;  // dropped: the answer never comes
-        }
-        delay = *chosen;
-    }
-    m_loop.postAfter(delay, std::move(deliver));
-}
-
-World::Connection* World::connectionLocked(int connId) {
-    const auto found = m_state->connections.find(connId);
-    return found != m_state->connections.end() ? &found->second : nullptr;
-}
-
-bool World::connectGatt(const std::string& address, std::shared_ptr<Gatt> callback, int& connId) {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    if (!m_state->ready || !callback) {
-        return false;
-    }
-    Faults& faults = m_state->faults;
-    connId = faults.nextConnectionId.value_or(m_state->nextConnectionId++);
-    faults.nextConnectionId.reset();
-    const std::shared_ptr<Tag> tag = findTagLocked(address);
-    const bool reachable = tag && tag->tagSpec.connectable && inRangeLocked(*tag);
-    const int status = takeStatusLocked(GattAnswer::Connect, reachable ? 0 : kGattError);
-    const int newState = status == 0 ? Gatt::STATE_CONNECTED : Gatt::STATE_DISCONNECTED;
-    m_state->connections[connId] = Connection{address, callback, false, false, {}, {}};
-    const int id = connId;
-    answerLocked(GattAnswer::Connect, [this, id, callback, status, newState] {
-        {
-            std::lock_guard<std::mutex> inner(m_mutex);
-            Connection* connection = connectionLocked(id);
-            if (connection == nullptr || connection->callback != callback) {
-                return;
-            }
-            connection->connected = newState == Gatt::STATE_CONNECTED;
-        }
-        callback->onConnectionStateChange(status, newState);
-    });
-    return true;
-}
-
-bool World::disconnect(int connId) {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    Connection* connection = connectionLocked(connId);
-    if (!m_state->ready || connection == nullptr) {
-        return false;
-    }
-    const std::shared_ptr<Gatt> callback = connection->callback;
-    const int status = takeStatusLocked(GattAnswer::Disconnect, 0);
-    answerLocked(GattAnswer::Disconnect, [this, connId, callback, status] {
-        {
-            std::lock_guard<std::mutex> inner(m_mutex);
-            Connection* current = connectionLocked(connId);
-            if (current == nullptr || current->callback != callback) {
-                return;
-            }
-            current->connected = false;
-        }
-        callback->onConnectionStateChange(status, Gatt::STATE_DISCONNECTED);
-    });
-    return true;
-}
-
-bool World::close(int connId) {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_state->connections.erase(connId) > 0;
-}
-
-bool World::discoverServices(int connId) {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    Connection* connection = connectionLocked(connId);
-    if (!m_state->ready || connection == nullptr || !connection->connected) {
-        return false;
-    }
-    const std::shared_ptr<Gatt> callback = connection->callback;
-    const int status = takeStatusLocked(GattAnswer::Discover, 0);
-    answerLocked(GattAnswer::Discover, [this, connId, callback, status] {
-        {
-            std::lock_guard<std::mutex> inner(m_mutex);
-            Connection* current = connectionLocked(connId);
-            if (current == nullptr || current->callback != callback) {
-                return;
-            }
-            if (status == 0) {
-                const std::shared_ptr<Tag> tag = findTagLocked(current->address);
-                current->services = tag ? tag->tagSpec.gatt : std::vector<BluetoothGattService>();
-                current->discovered = true;
-            }
-        }
-        callback->onServicesDiscovered(status);
-    });
-    return true;
-}
-
-bool World::getServices(int connId, std::vector<BluetoothGattService>& out) {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    Connection* connection = connectionLocked(connId);
-    if (!m_state->ready || connection == nullptr || !connection->discovered) {
-        return false;
-    }
-    out = connection->services;
-    return true;
-}
-
-BluetoothGattCharacteristic* World::findCharacteristicLocked(
-    Connection& connection, const BluetoothGattCharacteristic& wanted) {
-    for (BluetoothGattService& service : connection.services) {
-        // Services hand out their characteristics read-only; the world owns them, so it edits
-        // its copy in place.
-        auto& characteristics =
-            const_cast<std::vector<BluetoothGattCharacteristic>&>(service.getCharacteristics());
-        for (BluetoothGattCharacteristic& candidate : characteristics) {
-            if (candidate.getUuid() == wanted.getUuid()) {
-                return &candidate;
-            }
-        }
-    }
-    return nullptr;
-}
-
-bool World::readCharacteristic(int connId, const BluetoothGattCharacteristic& characteristic) {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    Connection* connection = connectionLocked(connId);
-    if (!m_state->ready || connection == nullptr || !connection->connected) {
-        return false;
-    }
-    BluetoothGattCharacteristic* target = findCharacteristicLocked(*connection, characteristic);
-    if (target == nullptr) {
-        return false;
-    }
-    const BluetoothGattCharacteristic answer = *target;
-    const std::shared_ptr<Gatt> callback = connection->callback;
-    const int status = takeStatusLocked(GattAnswer::Read, 0);
-    answerLocked(GattAnswer::Read,
-                 [callback, answer, status] { callback->onCharacteristicRead(answer, status); });
-    return true;
-}
-
-bool World::writeCharacteristic(int connId, const BluetoothGattCharacteristic& characteristic) {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    Connection* connection = connectionLocked(connId);
-    if (!m_state->ready || connection == nullptr || !connection->connected) {
-        return false;
-    }
-    BluetoothGattCharacteristic* target = findCharacteristicLocked(*connection, characteristic);
-    if (target == nullptr) {
-        return false;
-    }
-    const int status = takeStatusLocked(GattAnswer::Write, 0);
-    if (status == 0 && characteristic.getValue()) {
-        target->setValue(std::make_shared<ParcelByteArray>(*characteristic.getValue()));
-    }
-    const BluetoothGattCharacteristic answer = *target;
-    const std::shared_ptr<Gatt> callback = connection->callback;
-    answerLocked(GattAnswer::Write,
-                 [callback, answer, status] { callback->onCharacteristicWrite(answer, status); });
-    return true;
-}
-
-bool World::setCharacteristicNotification(int connId,
-                                          const BluetoothGattCharacteristic& characteristic,
-                                          bool enable) {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    Connection* connection = connectionLocked(connId);
-    if (!m_state->ready || connection == nullptr || !connection->connected) {
-        return false;
-    }
-    BluetoothGattCharacteristic* target = findCharacteristicLocked(*connection, characteristic);
-    if (target == nullptr) {
-        return false;
-    }
-    const auto& descriptors = target->getDescriptors();
-    const auto configuration = std::find_if(
-        descriptors.begin(), descriptors.end(),
-        [](const BluetoothGattDescriptor& d) { return d.getUuid() == kConfigurationDescriptor; });
-    if (configuration == descriptors.end()) {
-        return false;  // the characteristic cannot notify
-    }
-    // The key names the service the characteristic was found in.
-    std::string key;
-    for (const BluetoothGattService& service : connection->services) {
-        for (const BluetoothGattCharacteristic& candidate : service.getCharacteristics()) {
-            if (&candidate == target) {
-                key = characteristicKey(service.getUuid(), candidate.getUuid());
-            }
-        }
-    }
-    const int status = takeStatusLocked(GattAnswer::DescriptorWrite, 0);
-    auto& notifying = connection->notifying;
-    notifying.erase(std::remove(notifying.begin(), notifying.end(), key), notifying.end());
-    if (status == 0 && enable) {
-        notifying.push_back(key);
-    }
-    BluetoothGattDescriptor written = *configuration;
-    written.setValue(std::make_shared<ParcelByteArray>(
-        std::vector<uint8_t>{static_cast<uint8_t>(enable ? 0x01 : 0x00), 0x00}));
-    written.setCharacteristic(std::make_shared<BluetoothGattCharacteristic>(*target));
-    const std::shared_ptr<Gatt> callback = connection->callback;
-    answerLocked(GattAnswer::DescriptorWrite,
-                 [callback, written, status] { callback->onDescriptorWrite(written, status); });
     return true;
 }
 
@@ -739,12 +444,14 @@ bool World::registerConnectivity(std::shared_ptr<Connectivity> callback) {
 }
 
 bool World::deregisterConnectivity(const std::shared_ptr<Connectivity>& callback) {
+    std::shared_ptr<Connectivity> removed;  // dies after the lock, as in stopScan()
     std::lock_guard<std::mutex> lock(m_mutex);
     auto& callbacks = m_state->connectivity;
     const auto found = std::find(callbacks.begin(), callbacks.end(), callback);
     if (!m_state->ready || found == callbacks.end()) {
         return false;
     }
+    removed = std::move(*found);
     callbacks.erase(found);
     return true;
 }

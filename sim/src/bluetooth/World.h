@@ -148,10 +148,18 @@ class World {
     bool inRangeLocked(const Tag& tag) const;
     void scheduleAdvertisingLocked(const std::shared_ptr<Tag>& tag, util::Clock::Duration after);
     void deliverAdvertisement(const std::shared_ptr<Tag>& tag, uint64_t generation, bool repeat);
-    // Posts a GATT answer of that kind, honouring the faults for it.
-    void answerLocked(GattAnswer answer, std::function<void()> deliver);
     int takeStatusLocked(GattAnswer answer, int normal);
+    // Posts an answer on a connection, honouring the faults for its kind. At delivery it is
+    // dropped if the connection was closed meanwhile, turns into a link loss if the tag has
+    // walked out of range, and otherwise applies `update` under the lock, then makes `call`
+    // without it.
+    void answerLocked(GattAnswer answer, int connId, std::function<void(Connection&)> update,
+                      std::function<void()> call);
+    // The connection drops with a link time-out, as when its tag walks out of range.
+    void loseLinkLocked(Connection& connection);
     Connection* connectionLocked(int connId);
+    // A connected connection with no request outstanding, now marked busy; null otherwise.
+    Connection* takeForRequestLocked(int connId);
     android::bluetooth::BluetoothGattCharacteristic* findCharacteristicLocked(
         Connection& connection, const android::bluetooth::BluetoothGattCharacteristic& wanted);
 

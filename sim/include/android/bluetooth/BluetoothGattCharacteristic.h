@@ -27,6 +27,10 @@ class BluetoothGattCharacteristic {
         : m_uuid(uuid), m_properties(properties) {}
 
     const os::ParcelUuid& getUuid() const { return m_uuid; }
+    // Tells apart characteristics that share a UUID (in two services, say); the stack assigns it
+    // at discovery, 0 before.
+    int getInstanceId() const { return m_instanceId; }
+    void setInstanceId(int instanceId) { m_instanceId = instanceId; }
     int getProperties() const { return m_properties; }
     const Value& getValue() const { return m_value; }
     void setValue(Value value) { m_value = std::move(value); }
@@ -40,6 +44,7 @@ class BluetoothGattCharacteristic {
 
   private:
     os::ParcelUuid m_uuid;
+    int m_instanceId = 0;
     int m_properties = 0;
     Value m_value;
     std::vector<BluetoothGattDescriptor> m_descriptors;

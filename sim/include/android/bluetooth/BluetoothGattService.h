@@ -22,6 +22,8 @@ class BluetoothGattService {
     void addCharacteristic(BluetoothGattCharacteristic characteristic) {
         m_characteristics.push_back(std::move(characteristic));
     }
+    // For the stack that owns the service (assigning instance ids, storing written values).
+    std::vector<BluetoothGattCharacteristic>& characteristics() { return m_characteristics; }
 
   private:
     os::ParcelUuid m_uuid;
