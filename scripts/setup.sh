@@ -4,7 +4,7 @@
 set -euo pipefail
 
 packages=(
-    cmake ninja-build g++ clang pkg-config
+    cmake ninja-build g++ clang libclang-rt-dev pkg-config
     libssl-dev libcurl4-openssl-dev rapidjson-dev
     googletest libgtest-dev libgmock-dev libbenchmark-dev
     python3 openssl
