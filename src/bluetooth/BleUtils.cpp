@@ -1,5 +1,6 @@
 #include "tracker/bluetooth/BleUtils.h"
 
+#include <array>
 #include <cstdio>
 #include <cstring>
 
@@ -14,10 +15,15 @@ namespace {
 constexpr std::size_t kFullUuidLength = 16;
 constexpr std::size_t kAddressLength = 6;
 
-// Bytes 4 to 15 of the base UUID follow every short form.
+// Bytes 4 to 15 of BASE_UUID, which follow every short form. A constant, not BASE_UUID itself:
+// that vector is built during static initialisation, and a static initialiser elsewhere that
+// widens a UUID could run before it.
+constexpr std::array<uint8_t, 12> kBaseUuidTail = {0x00, 0x00, 0x10, 0x00, 0x80, 0x00,
+                                                   0x00, 0x80, 0x5F, 0x9B, 0x34, 0xFB};
+
 std::vector<uint8_t> widen(const std::vector<uint8_t>& head) {
     std::vector<uint8_t> full(head);
-    full.insert(full.end(), BleUtils::BASE_UUID.begin() + 4, BleUtils::BASE_UUID.end());
+    full.insert(full.end(), kBaseUuidTail.begin(), kBaseUuidTail.end());
     return full;
 }
 

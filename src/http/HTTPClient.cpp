@@ -1,6 +1,7 @@
 #include "tracker/http/HTTPClient.h"
 
 #include <cstdint>
+#include <cstdio>
 #include <utility>
 
 #include "tracker/util/Log.h"
@@ -63,6 +64,8 @@ bool HTTPClient::startSession(std::shared_ptr<HTTPSession> session) {
             kLog.e("Failed to set opt CURLOPT_WRITEDATA, err=%s", curl_easy_strerror(result));
             return true;
         }
+    } else if (!restoreDefaultSink()) {
+        return false;
     }
     return addHeaders(std::move(session));
 }
@@ -74,6 +77,12 @@ bool HTTPClient::addHeaders(std::shared_ptr<HTTPSession> session) {
     }
     const std::shared_ptr<std::vector<std::string>> headers = session->getHeaders();
     if (headers == nullptr) {
+        // An earlier session may have left its list installed, a list that session frees.
+        if (curl_easy_setopt(m_curl, CURLOPT_HTTPHEADER, static_cast<curl_slist*>(nullptr)) !=
+            CURLE_OK) {
+            kLog.e("Error setting HTTPClient headers");
+            return false;
+        }
         return true;
     }
     curl_slist* list = nullptr;
@@ -92,6 +101,24 @@ bool HTTPClient::addHeaders(std::shared_ptr<HTTPSession> session) {
         return false;
     }
     session->setCurlHeaderList(list);
+    return true;
+}
+
+bool HTTPClient::restoreDefaultSink() {
+    // An earlier session may have left its callback and a buffer that session owns. libcurl's
+    // default callback writes to WRITEDATA as a FILE*, so the function goes first and the data
+    // becomes its default, stdout, never null.
+    CURLcode result =
+        curl_easy_setopt(m_curl, CURLOPT_WRITEFUNCTION, static_cast<curl_write_callback>(nullptr));
+    if (result != CURLE_OK) {
+        kLog.e("Failed to set opt CURLOPT_WRITEFUNCTION, err=%s", curl_easy_strerror(result));
+        return false;
+    }
+    result = curl_easy_setopt(m_curl, CURLOPT_WRITEDATA, static_cast<void*>(stdout));
+    if (result != CURLE_OK) {
+        kLog.e("Failed to set opt CURLOPT_WRITEDATA, err=%s", curl_easy_strerror(result));
+        return false;
+    }
     return true;
 }
 

@@ -35,6 +35,10 @@ bool JSONBuilder::Writer::closeLevel(char bracket) {
     return EndValue(true);
 }
 
+bool JSONBuilder::Writer::inArray() const {
+    return !level_stack_.Empty() && level_stack_.Top<Level>()->inArray;
+}
+
 bool JSONBuilder::Writer::rawValue(const std::string& json) {
     // The type only feeds rapidjson's check that a value in an object follows a name.
     Prefix(rapidjson::kObjectType);
@@ -74,7 +78,15 @@ bool JSONBuilder::finishArray() {
 }
 
 bool JSONBuilder::startArrayElement() {
-    return checkWriter() && m_writer.StartObject();
+    if (!checkWriter()) {
+        return false;
+    }
+    // In an object a name must come first; rapidjson would assert (and abort) on the value.
+    if (!m_writer.inArray()) {
+        kLog.e("startArrayElementFailed,reason=notInArray");
+        return false;
+    }
+    return m_writer.StartObject();
 }
 
 bool JSONBuilder::finishArrayElement() {

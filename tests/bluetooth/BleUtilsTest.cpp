@@ -17,6 +17,10 @@ const Bytes kBattery16 = {0x00, 0x00, 0x18, 0x0F, 0x00, 0x00, 0x10, 0x00,
 TEST(BleUtils, ShortUuidsWidenWithTheBaseUuid) {
     EXPECT_EQ(BleUtils::unifyUUID({0x18, 0x0F}), kBattery16);
     EXPECT_EQ(BleUtils::unifyUUID({0x00, 0x00, 0x18, 0x0F}), kBattery16);
+    // All four bytes of the 4-byte form are kept, the first two included.
+    EXPECT_EQ(BleUtils::getUuidString({BleUtils::unifyUUID({0x12, 0x34, 0x56, 0x78})}),
+              "12345678-0000-1000-8000-00805f9b34fb");
+    EXPECT_EQ(BleUtils::unifyUUID({0x00, 0x00, 0x00, 0x00}), BleUtils::BASE_UUID);
     EXPECT_EQ(BleUtils::unifyUUID(kBattery16), kBattery16);
     Bytes custom(16);
     custom[0] = 0xAB;

@@ -18,7 +18,7 @@ import tempfile
 import threading
 import time
 
-LIFETIME_SECONDS = 10
+LIFETIME_SECONDS = 60
 
 
 class EchoHandler(socketserver.StreamRequestHandler):

@@ -103,6 +103,23 @@ TEST(JSONBuilder, RawTextIsCheckedOnlyWhenAskedAndBadValuesAreRefused) {
     EXPECT_EQ(capture.texts().size(), 2u);
 }
 
+TEST(JSONBuilder, AnArrayElementOutsideAnArrayIsRefusedWithoutEndingTheProcess) {
+    // rapidjson asserts on a nameless value in an object; the sanitizer builds keep its asserts.
+    LogCapture capture;
+    JSONBuilder builder;
+    EXPECT_FALSE(builder.startArrayElement());
+    EXPECT_TRUE(builder.startObject("o"));
+    EXPECT_FALSE(builder.startArrayElement());
+    EXPECT_TRUE(builder.startArray("l"));
+    EXPECT_TRUE(builder.startArrayElement());
+    EXPECT_FALSE(builder.startArrayElement());  // directly inside that element, an object
+    EXPECT_TRUE(builder.finishArrayElement());
+    EXPECT_TRUE(builder.finishArray());
+    EXPECT_EQ(builder.toString(true), R"({"o":{"l":[{}]}})");
+    EXPECT_EQ(capture.texts(),
+              Lines(3, "E TrackerD-JSONBuilder: startArrayElementFailed,reason=notInArray"));
+}
+
 }  // namespace
 }  // namespace json
 }  // namespace util

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <type_traits>
+
 #include "metrics/MetricsCapture.h"
 #include "tracker/metrics/BluetoothStartFailureMetric.h"
 #include "tracker/metrics/MetricsManager.h"
@@ -63,6 +65,12 @@ TEST(Metrics, FieldsKeepTheirTagsAndTheRecordGrowsWithEveryLog) {
               }));
 }
 
+// Only assignment moves a metric: a move-constructed one would have no mask of its own to keep.
+static_assert(std::is_move_assignable_v<VeldaraMetric> &&
+                  !std::is_move_constructible_v<VeldaraMetric> &&
+                  !std::is_copy_assignable_v<VeldaraMetric>,
+              "VeldaraMetric moves by assignment only");
+
 TEST(Metrics, MoveAssignmentTakesTheTransportButNotTheMask) {
     MetricsCapture capture;
     VeldaraMetric target(MetricsManager::getInstance(), "p", "s", "Target", 1u << VELDARA_MODEL);
@@ -88,10 +96,13 @@ TEST(Metrics, PredefinedKeyNamesAndTheSingleton) {
               "_marketPlaceId");
     EXPECT_EQ(MlogMetricsTransport::getPredefinedKeyString(VELDARA_OS_FILE), "_osFile");
     EXPECT_EQ(MlogMetricsTransport::getPredefinedKeyString(VELDARA_NONE), "");
-    EXPECT_EQ(MlogMetricsTransport::getPredefinedKeyString(static_cast<veldaraPredefinedKey_t>(15)),
-              "_buildType");
-    EXPECT_EQ(MlogMetricsTransport::getPredefinedKeyString(static_cast<veldaraPredefinedKey_t>(-1)),
-              "_buildType");
+    // Outside 1 to 14: valid values of the type (it is int-based), and all "_buildType".
+    for (int outside : {15, 100, -1}) {
+        EXPECT_EQ(MlogMetricsTransport::getPredefinedKeyString(
+                      static_cast<veldaraPredefinedKey_t>(outside)),
+                  "_buildType")
+            << outside;
+    }
     EXPECT_EQ(MetricsManager::getInstance(), MetricsManager::getInstance());
 }
 

@@ -1,8 +1,11 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <string>
+#include <vector>
 
 #include "log/LogCapture.h"
 #include "platform/Settings.h"
@@ -21,6 +24,23 @@ constexpr const char* kRelease = "ro.build.version.release";
 
 class PlatformGlue : public ::testing::Test {
   protected:
+    // The settings these cases read must not come from the environment that runs them. Nothing
+    // is restored: every case is its own process.
+    void SetUp() override {
+        std::vector<std::string> names;
+        for (char** entry = environ; *entry != nullptr; ++entry) {
+            const std::string variable = *entry;
+            const std::string name = variable.substr(0, variable.find('='));
+            if (name == "TRACKER_SIM_SETTINGS" ||
+                name.rfind("TRACKER_SIM_RO_BUILD_VERSION_", 0) == 0 ||
+                name.rfind("TRACKER_SIM_ACCOUNT_", 0) == 0) {
+                names.push_back(name);
+            }
+        }
+        for (const std::string& name : names) {
+            unsetenv(name.c_str());
+        }
+    }
     void TearDown() override { sim::clearSettings(); }
 };
 

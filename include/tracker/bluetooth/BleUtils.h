@@ -23,7 +23,8 @@ class BleUtils {
     static const std::vector<uint8_t> BASE_UUID;
 
     // The 16-byte form: 2 bytes go to positions 2-3 and 4 bytes to 0-3 of the base UUID, 16
-    // bytes stay as they are, any other length gives an empty vector.
+    // bytes stay as they are, any other length gives an empty vector. Safe in static
+    // initialisers: it widens from a constant copy of the base UUID, not from BASE_UUID.
     static std::vector<uint8_t> unifyUUID(std::vector<uint8_t> uuid);
     // Same UUID after widening; two malformed UUIDs never compare equal.
     static bool uuidCompare(const TrackerUuid& a, const TrackerUuid& b);

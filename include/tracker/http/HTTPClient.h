@@ -35,13 +35,19 @@ class HTTPClient {
     HTTPClient& operator=(const HTTPClient&) = delete;
 
     // Configures the handle for `session`: TLS version, whole-transfer time-out, URL, the body
-    // sink when the session has a response buffer, then addHeaders(). If installing the body sink
-    // fails the session still counts as started (true) but without its headers. A null session
-    // is refused: "startSessionFailed: reason=nullSession".
+    // sink, then addHeaders(). If installing the session's response buffer as the sink fails the
+    // session still counts as started (true) but without its headers. A session without a
+    // response buffer gets libcurl's default sink (standard output) back, so starting one session
+    // after another without stopSession() leaves nothing of the earlier one on the handle; if
+    // that restore fails the start fails. A null session is refused:
+    // "startSessionFailed: reason=nullSession".
+    //
+    // The client does not keep `session`: the handle points at its header list and its response
+    // buffer, so the caller keeps the session alive until stopSession().
     bool startSession(std::shared_ptr<HTTPSession> session);
     // Builds the session's header list, installs it on the handle and hands it to the session.
-    // No header vector: true, nothing installed. A null session is refused:
-    // "addHeadersFailed: reason=nullSession".
+    // No header vector: true, and no header list on the handle (an earlier one is removed). A
+    // null session is refused: "addHeadersFailed: reason=nullSession".
     bool addHeaders(std::shared_ptr<HTTPSession> session);
     // Sends `body` as a POST; it is not copied and must not change during the call. Returns the
     // HTTP status code, or -1.
@@ -58,6 +64,8 @@ class HTTPClient {
     static size_t responseCallback(void* data, size_t size, size_t count, void* userdata);
 
   private:
+    // libcurl's default body sink: its own callback writing to stdout.
+    bool restoreDefaultSink();
     // Runs the configured request; `method` ("get" or "post") names it in the log lines.
     long perform(const char* method);
 

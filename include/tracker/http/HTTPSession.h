@@ -16,9 +16,9 @@ namespace http {
 //
 // Ownership: the session owns the libcurl header list that startSession() builds from `headers`;
 // reset() and the destructor free it. The client's handle points at that list and at the response
-// buffer, so a session must stay alive from startSession() until stopSession(). reset() may be
-// called any number of times: it clears the list pointer after freeing, so nothing is freed
-// twice. Not copyable.
+// buffer, and the client does not hold the session: whoever started it must keep it alive until
+// stopSession(). reset() may be called any number of times: it clears the list pointer after
+// freeing, so nothing is freed twice. Not copyable.
 //
 // Thread-safety: none; used by the one thread that uses its client.
 class HTTPSession {

@@ -15,13 +15,14 @@ namespace json {
 // is closed: from then on every writing call returns false and logs
 // "addMemberFailed,reason=finalizedGenerator" (tag "TrackerD-JSONBuilder").
 //
-// Failure: every bool result is true on success. Nesting is the caller's business: nothing checks
-// that a name is written inside an object or that a finish call closes the kind of level it
+// Failure: every bool result is true on success. Nesting is mostly the caller's business: nothing
+// checks that a name is written inside an object or that a finish call closes the kind of level it
 // names, and finalize() closes every open level with "}", an open array too (which yields text
-// that is not JSON). The one misplacement rapidjson itself catches, in builds without NDEBUG, is
-// startArrayElement() directly inside an object, where a name belongs: it asserts. A failed call
-// may leave a dangling member name in the output (a non-finite double does), so a builder that
-// reported a failure should be discarded.
+// that is not JSON). The one misplacement refused is startArrayElement() outside an array, where
+// a name belongs: it returns false, writes nothing and logs
+// "startArrayElementFailed,reason=notInArray". A failed call may leave a dangling member name in
+// the output (a non-finite double does), so a builder that reported a failure should be
+// discarded.
 //
 // Thread-safety: none; one thread at a time. Not copyable (the writer points into the buffer).
 class JSONBuilder {
@@ -37,7 +38,8 @@ class JSONBuilder {
     // Close the innermost open level with "}" or "]".
     bool finishObject();
     bool finishArray();
-    // An unnamed object as the next element of the open array, and its close ("}").
+    // An unnamed object as the next element of the open array, and its close ("}"). Outside an
+    // array startArrayElement() is refused (see above).
     bool startArrayElement();
     bool finishArrayElement();
 
@@ -71,12 +73,14 @@ class JSONBuilder {
   private:
     // rapidjson's compact Writer plus the two writes the builder's contract allows and rapidjson's
     // debug-build assertions would abort on: closing a level whatever its kind, and raw text
-    // copied as is.
+    // copied as is; and a look at the innermost level.
     class Writer : public rapidjson::Writer<rapidjson::StringBuffer> {
       public:
         explicit Writer(rapidjson::StringBuffer& buffer);
         // Closes the innermost open level with `bracket`; false when no level is open.
         bool closeLevel(char bracket);
+        // Whether the innermost open level is an array.
+        bool inArray() const;
         // Writes `json` verbatim as the next value.
         bool rawValue(const std::string& json);
     };

@@ -6,8 +6,9 @@ namespace orvane {
 namespace metricutils {
 
 // Keys whose values the platform metrics service fills in itself; bit n of a metric's
-// predefined-key mask selects key n.
-enum veldaraPredefinedKey_t {
+// predefined-key mask selects key n. The underlying type is fixed so that any int, such as -1 or
+// 100, is a valid value of the type (getPredefinedKeyString() maps those to "_buildType").
+enum veldaraPredefinedKey_t : int {
     VELDARA_BUILD_TYPE = 0,            // "_buildType"
     VELDARA_COUNTRY_OF_RESIDENCE = 1,  // "_countryOfResidence"
     VELDARA_CUSTOMER_ID = 2,           // "_customerId"

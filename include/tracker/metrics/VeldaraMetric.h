@@ -20,6 +20,9 @@ class VeldaraMetric {
     // Takes the source's transport (the source keeps none) and drops this one's; the
     // predefined-key mask is deliberately not taken: the target keeps its own.
     VeldaraMetric& operator=(VeldaraMetric&& other);
+    // Deleted: a new metric has no mask of its own to keep, so a move here could not match the
+    // assignment. Copies are not possible either.
+    VeldaraMetric(VeldaraMetric&&) = delete;
 
     virtual VeldaraMetric& addString(const std::string& key, const std::string& value);
     virtual VeldaraMetric& addInt32(const std::string& key, int value);
