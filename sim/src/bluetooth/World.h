@@ -151,17 +151,18 @@ class World {
     int takeStatusLocked(GattAnswer answer, int normal);
     // Posts an answer on a connection, honouring the faults for its kind. At delivery it is
     // dropped if the connection was closed meanwhile, turns into a link loss if the tag has
-    // walked out of range, and otherwise applies `update` under the lock, then makes `call`
-    // without it.
+    // walked out of range, and otherwise applies `update` (if any) under the lock, then makes
+    // `call` on the connection's callback without it.
     void answerLocked(GattAnswer answer, int connId, std::function<void(Connection&)> update,
-                      std::function<void()> call);
+                      std::function<void(Gatt&)> call);
     // The connection drops with a link time-out, as when its tag walks out of range.
     void loseLinkLocked(Connection& connection);
     Connection* connectionLocked(int connId);
     // A connected connection with no request outstanding, now marked busy; null otherwise.
     Connection* takeForRequestLocked(int connId);
+    // The characteristic a request names on that connection; null if there is none.
     android::bluetooth::BluetoothGattCharacteristic* findCharacteristicLocked(
-        Connection& connection, const android::bluetooth::BluetoothGattCharacteristic& wanted);
+        int connId, const android::bluetooth::BluetoothGattCharacteristic& wanted);
 
     mutable std::mutex m_mutex;
     std::unique_ptr<State> m_state;

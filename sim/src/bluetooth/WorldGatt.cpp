@@ -41,7 +41,7 @@ int World::takeStatusLocked(GattAnswer answer, int normal) {
 }
 
 void World::answerLocked(GattAnswer answer, int connId, std::function<void(Connection&)> update,
-                         std::function<void()> call) {
+                         std::function<void(Gatt&)> call) {
     auto& delivery = m_state->faults.delivery;
     util::Clock::Duration delay = kGattLatency;
     const auto found = delivery.find(answer);
@@ -69,9 +69,11 @@ void World::answerLocked(GattAnswer answer, int connId, std::function<void(Conne
                 loseLinkLocked(*current);
                 return;
             }
-            update(*current);
+            if (update) {
+                update(*current);
+            }
         }
-        call();
+        call(*callback);
     });
 }
 
@@ -99,9 +101,13 @@ World::Connection* World::takeForRequestLocked(int connId) {
 }
 
 BluetoothGattCharacteristic* World::findCharacteristicLocked(
-    Connection& connection, const BluetoothGattCharacteristic& wanted) {
+    int connId, const BluetoothGattCharacteristic& wanted) {
+    Connection* connection = connectionLocked(connId);
+    if (connection == nullptr) {
+        return nullptr;
+    }
     // The instance id names one characteristic; without one, the first with the UUID.
-    for (BluetoothGattService& service : connection.services) {
+    for (BluetoothGattService& service : connection->services) {
         for (BluetoothGattCharacteristic& candidate : service.characteristics()) {
             const bool same = wanted.getInstanceId() != 0
                                   ? candidate.getInstanceId() == wanted.getInstanceId()
@@ -115,6 +121,7 @@ BluetoothGattCharacteristic* World::findCharacteristicLocked(
 }
 
 bool World::connectGatt(const std::string& address, std::shared_ptr<Gatt> callback, int& connId) {
+    std::optional<Connection> replaced;  // a reused id's old connection dies after the lock
     std::lock_guard<std::mutex> lock(m_mutex);
     if (!m_state->ready || !callback) {
         return false;
@@ -129,11 +136,13 @@ bool World::connectGatt(const std::string& address, std::shared_ptr<Gatt> callba
     Connection connection;
     connection.address = normalisedAddress(address);
     connection.callback = callback;
-    m_state->connections[connId] = std::move(connection);
+    Connection& slot = m_state->connections[connId];
+    replaced = std::move(slot);
+    slot = std::move(connection);
     answerLocked(
         GattAnswer::Connect, connId,
         [newState](Connection& current) { current.connected = newState == Gatt::STATE_CONNECTED; },
-        [callback, status, newState] { callback->onConnectionStateChange(status, newState); });
+        [status, newState](Gatt& gatt) { gatt.onConnectionStateChange(status, newState); });
     return true;
 }
 
@@ -143,13 +152,10 @@ bool World::disconnect(int connId) {
     if (!m_state->ready || connection == nullptr) {
         return false;
     }
-    const std::shared_ptr<Gatt> callback = connection->callback;
     const int status = takeStatusLocked(GattAnswer::Disconnect, 0);
     answerLocked(
         GattAnswer::Disconnect, connId, [](Connection& current) { current.connected = false; },
-        [callback, status] {
-            callback->onConnectionStateChange(status, Gatt::STATE_DISCONNECTED);
-        });
+        [status](Gatt& gatt) { gatt.onConnectionStateChange(status, Gatt::STATE_DISCONNECTED); });
     return true;
 }
 
@@ -171,7 +177,6 @@ bool World::discoverServices(int connId) {
     if (connection == nullptr) {
         return false;
     }
-    const std::shared_ptr<Gatt> callback = connection->callback;
     const int status = takeStatusLocked(GattAnswer::Discover, 0);
     answerLocked(
         GattAnswer::Discover, connId,
@@ -189,7 +194,7 @@ bool World::discoverServices(int connId) {
             }
             current.discovered = true;
         },
-        [callback, status] { callback->onServicesDiscovered(status); });
+        [status](Gatt& gatt) { gatt.onServicesDiscovered(status); });
     return true;
 }
 
@@ -205,9 +210,7 @@ bool World::getServices(int connId, std::vector<BluetoothGattService>& out) {
 
 bool World::readCharacteristic(int connId, const BluetoothGattCharacteristic& characteristic) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    Connection* connection = connectionLocked(connId);
-    BluetoothGattCharacteristic* target =
-        connection != nullptr ? findCharacteristicLocked(*connection, characteristic) : nullptr;
+    BluetoothGattCharacteristic* target = findCharacteristicLocked(connId, characteristic);
     if (target == nullptr || takeForRequestLocked(connId) == nullptr) {
         return false;
     }
@@ -216,19 +219,15 @@ bool World::readCharacteristic(int connId, const BluetoothGattCharacteristic& ch
     if (!answer.getValue()) {
         answer.setValue(std::make_shared<ParcelByteArray>());
     }
-    const std::shared_ptr<Gatt> callback = connection->callback;
     const int status = takeStatusLocked(GattAnswer::Read, 0);
-    answerLocked(
-        GattAnswer::Read, connId, [](Connection&) {},
-        [callback, answer, status] { callback->onCharacteristicRead(answer, status); });
+    answerLocked(GattAnswer::Read, connId, nullptr,
+                 [answer, status](Gatt& gatt) { gatt.onCharacteristicRead(answer, status); });
     return true;
 }
 
 bool World::writeCharacteristic(int connId, const BluetoothGattCharacteristic& characteristic) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    Connection* connection = connectionLocked(connId);
-    BluetoothGattCharacteristic* target =
-        connection != nullptr ? findCharacteristicLocked(*connection, characteristic) : nullptr;
+    BluetoothGattCharacteristic* target = findCharacteristicLocked(connId, characteristic);
     if (target == nullptr || takeForRequestLocked(connId) == nullptr) {
         return false;
     }
@@ -237,10 +236,8 @@ bool World::writeCharacteristic(int connId, const BluetoothGattCharacteristic& c
         target->setValue(std::make_shared<ParcelByteArray>(*characteristic.getValue()));
     }
     const BluetoothGattCharacteristic answer = *target;
-    const std::shared_ptr<Gatt> callback = connection->callback;
-    answerLocked(
-        GattAnswer::Write, connId, [](Connection&) {},
-        [callback, answer, status] { callback->onCharacteristicWrite(answer, status); });
+    answerLocked(GattAnswer::Write, connId, nullptr,
+                 [answer, status](Gatt& gatt) { gatt.onCharacteristicWrite(answer, status); });
     return true;
 }
 
@@ -248,9 +245,7 @@ bool World::setCharacteristicNotification(int connId,
                                           const BluetoothGattCharacteristic& characteristic,
                                           bool enable) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    Connection* connection = connectionLocked(connId);
-    BluetoothGattCharacteristic* target =
-        connection != nullptr ? findCharacteristicLocked(*connection, characteristic) : nullptr;
+    BluetoothGattCharacteristic* target = findCharacteristicLocked(connId, characteristic);
     if (target == nullptr) {
         return false;
     }
@@ -268,7 +263,6 @@ bool World::setCharacteristicNotification(int connId,
     written.setValue(std::make_shared<ParcelByteArray>(
         std::vector<uint8_t>{static_cast<uint8_t>(enable ? 0x01 : 0x00), 0x00}));
     written.setCharacteristic(std::make_shared<BluetoothGattCharacteristic>(*target));
-    const std::shared_ptr<Gatt> callback = connection->callback;
     answerLocked(
         GattAnswer::DescriptorWrite, connId,
         [status, enable, instanceId](Connection& current) {
@@ -281,7 +275,7 @@ bool World::setCharacteristicNotification(int connId,
                 current.notifying.erase(instanceId);
             }
         },
-        [callback, written, status] { callback->onDescriptorWrite(written, status); });
+        [written, status](Gatt& gatt) { gatt.onDescriptorWrite(written, status); });
     return true;
 }
 
