@@ -109,6 +109,25 @@ TEST_F(SimulatedScan, DeliversWhatPassesAnyFilterOnTheWorldsThread) {
     EXPECT_TRUE(proxy().stopBLEScan(0));
 }
 
+TEST_F(SimulatedScan, DelayedReportsArriveInBatches) {
+    world().addTag(tagAt(kEddystone, kEddystoneAd));
+    EventLog batches;
+    const std::vector<ScanFilter> none;
+    ASSERT_TRUE(proxy().startBLEScan(
+        &none, ScanSettings(2, 1, 0, 500, 1, 3),
+        [&](const std::vector<ScanResult>& results) {
+            batches.add(std::to_string(results.size()) + " " +
+                        results.at(0).getDevice().getAddress());
+        },
+        nullptr, [&](int, const ScanResult&) { batches.add("single"); }, 0));
+    settle();
+    const std::vector<std::string> events = batches.events();
+    ASSERT_FALSE(events.empty());
+    EXPECT_EQ(events[0], std::string("1 ") + kEddystone);
+    EXPECT_EQ(std::count(events.begin(), events.end(), "single"), 0);
+    EXPECT_TRUE(proxy().stopBLEScan(0));
+}
+
 TEST_F(SimulatedScan, ServiceMasksAndDataPrefixesAreHonoured) {
     world().addTag(tagAt(kEddystone, kEddystoneAd));
     world().addTag(tagAt(kCompany, kCompanyAd));
