@@ -21,13 +21,15 @@ using testing::kEventLimit;
 class Gate {
   public:
     Gate() : m_open(m_promise.get_future().share()) {}
-    // A task that reports it has started, then waits for the gate.
+    // A task that reports it has started, waits for the gate, then marks itself finished.
     std::function<void()> task() {
         return [this] {
             m_entered.set_value();
             m_open.wait();
+            m_finished = true;
         };
     }
+    bool finished() const { return m_finished; }
     bool waitEntered() {
         return m_entered.get_future().wait_for(kEventLimit) == std::future_status::ready;
     }
@@ -37,6 +39,7 @@ class Gate {
     std::promise<void> m_promise;
     std::shared_future<void> m_open;
     std::promise<void> m_entered;
+    std::atomic<bool> m_finished{false};
 };
 
 // Thread-safe record of the order tasks ran in.
@@ -114,26 +117,20 @@ TEST(Executor, WaitForSubmittedTasksWaitsForEarlierBackPushesOnly) {
 
 TEST(Executor, ShutdownDropsQueuedTasksAwaitsTheRunningOneAndRefusesPushes) {
     Executor executor(1000ms);
-    std::promise<void> entered;
-    std::promise<void> gate;
-    std::atomic<bool> runningTaskFinished{false};
-    executor.pushTo(false, [&] {
-        entered.set_value();
-        gate.get_future().wait();
-        runningTaskFinished = true;
-    });
-    ASSERT_EQ(entered.get_future().wait_for(kEventLimit), std::future_status::ready);
+    Gate gate;
+    executor.pushTo(false, gate.task());
+    ASSERT_TRUE(gate.waitEntered());
     std::atomic<bool> droppedRan{false};
     std::future<void> dropped = executor.pushTo(false, [&] { droppedRan = true; });
     std::future<int> droppedValue = executor.pushTo(true, [] { return 1; });
 
     std::future<bool> shutdownSawFinish = std::async(std::launch::async, [&] {
         executor.shutdown();
-        return runningTaskFinished.load();
+        return gate.finished();
     });
     ASSERT_EQ(dropped.wait_for(kEventLimit), std::future_status::ready);
     EXPECT_TRUE(executor.isShutdown());
-    gate.set_value();
+    gate.open();
     EXPECT_TRUE(shutdownSawFinish.get()) << "shutdown returns only after the running task";
 
     EXPECT_THROW(
@@ -190,50 +187,38 @@ TEST(Executor, KeepsItsThreadWithinTheIdleTimeout) {
 }
 
 TEST(Executor, DestructionDropsQueuedTasksAfterTheRunningOne) {
-    std::promise<void> entered;
-    std::promise<void> gate;
-    std::atomic<bool> finished{false};
+    Gate gate;
     std::future<void> queued;
     std::future<void> destroyed;
     {
         auto executor = std::make_unique<Executor>(1000ms);
-        executor->pushTo(false, [&] {
-            entered.set_value();
-            gate.get_future().wait();
-            finished = true;
-        });
-        ASSERT_EQ(entered.get_future().wait_for(kEventLimit), std::future_status::ready);
+        executor->pushTo(false, gate.task());
+        ASSERT_TRUE(gate.waitEntered());
         queued = executor->pushTo(false, [] {});
         destroyed = std::async(std::launch::async, [&executor] { executor.reset(); });
         ASSERT_EQ(queued.wait_for(kEventLimit), std::future_status::ready);
-        gate.set_value();
+        gate.open();
         ASSERT_EQ(destroyed.wait_for(kEventLimit), std::future_status::ready);
     }
-    EXPECT_TRUE(finished);
+    EXPECT_TRUE(gate.finished());
     EXPECT_THROW(queued.get(), std::future_error);
 }
 
 TEST(Executor, WaitersAndOverlappingShutdownsAllReturnOnceTheRunningTaskEnds) {
     Executor executor(1000ms);
-    std::promise<void> entered;
-    std::promise<void> gate;
-    std::atomic<bool> finished{false};
-    executor.pushTo(false, [&] {
-        entered.set_value();
-        gate.get_future().wait();
-        finished = true;
-    });
-    ASSERT_EQ(entered.get_future().wait_for(kEventLimit), std::future_status::ready);
+    Gate gate;
+    executor.pushTo(false, gate.task());
+    ASSERT_TRUE(gate.waitEntered());
     auto observe = [&](auto call) {
         return std::async(std::launch::async, [&, call] {
             call();
-            return finished.load();
+            return gate.finished();
         });
     };
     std::future<bool> waiter = observe([&] { executor.waitForSubmittedTasks(); });
     std::future<bool> firstShutdown = observe([&] { executor.shutdown(); });
     std::future<bool> secondShutdown = observe([&] { executor.shutdown(); });
-    gate.set_value();
+    gate.open();
     for (std::future<bool>* call : {&waiter, &firstShutdown, &secondShutdown}) {
         ASSERT_EQ(call->wait_for(kEventLimit), std::future_status::ready);
         EXPECT_TRUE(call->get()) << "returned before the running task ended";
