@@ -1,36 +1,66 @@
 #include "tracker/util/Executor.h"
 
 #include <algorithm>
-#include <exception>
+#include <condition_variable>
+#include <deque>
 #include <iterator>
 
-#include "tracker/util/Log.h"
+#include "tracker/util/Mutex.h"
+#include "tracker/util/TaskThread.h"
 
 namespace tracker {
 namespace util {
 
+// What an Executor's run loop works on. Shared by the Executor and, while it runs, by the loop,
+// so that the last of them to let go destroys it: normally the Executor, the loop when the
+// Executor was destroyed by its own task.
+//
+// Thread-safety: every member may be called from any thread; runNext() and hasNext() only by the
+// loop. m_mutex guards m_queue and m_active.
+class Executor::Queue : public std::enable_shared_from_this<Executor::Queue> {
+  public:
+    explicit Queue(std::chrono::milliseconds idleTimeout) : m_idleTimeout(idleTimeout) {}
+
+    bool enqueue(bool toFront, std::function<void()> task);
+    void waitForSubmittedTasks();
+    // Drops the queued tasks and refuses pushes from now on; the caller then waits for the
+    // running task, unless it is that task.
+    void close();
+    void restart();
+    bool isShutdown() const { return m_shutdownFlag; }
+    // Whether the task running on this thread is one of this queue's.
+    bool runsOnThisThread() const;
+
+  private:
+    // A queued task, or the marker of a waitForSubmittedTasks() call, which close() keeps so that
+    // its waiter still learns when the running task has finished.
+    struct Entry {
+        std::function<void()> run;
+        bool marker;
+    };
+
+    std::function<void()> pop();
+    // Runs one task, then reports whether another is ready (see hasNext).
+    bool runNext();
+    // Waits up to the idle time-out for work (not at all once shut down); false ends the loop.
+    bool hasNext();
+
+    Mutex m_mutex;
+    std::deque<Entry> m_queue TRACKER_GUARDED_BY(m_mutex);
+    // A run loop is started or running.
+    bool m_active TRACKER_GUARDED_BY(m_mutex) = false;
+    const std::chrono::milliseconds m_idleTimeout;
+    std::atomic<bool> m_shutdownFlag{false};
+    std::condition_variable m_taskQueued;
+    TaskThread m_taskThread;
+};
+
 namespace {
-
-const Log kLog("Executor");
-
-// The Executor whose task runs on this thread, if any.
-thread_local const Executor* t_runningExecutor = nullptr;
-
+// The queue whose task runs on this thread, if any.
+thread_local const void* t_runningQueue = nullptr;
 }  // namespace
 
-Executor::Executor(const std::chrono::milliseconds& idleTimeout) : m_idleTimeout(idleTimeout) {}
-
-Executor::~Executor() {
-    if (t_runningExecutor == this) {
-        // Waiting for the running task here would wait for ourselves, and our worker's loop
-        // still needs the members being destroyed.
-        kLog.e("destroyFailed: reason=destroyedByOwnTask");
-        std::terminate();
-    }
-    shutdown();
-}
-
-bool Executor::enqueue(bool toFront, std::function<void()> task) {
+bool Executor::Queue::enqueue(bool toFront, std::function<void()> task) {
     bool startLoop = false;
     {
         MutexLock lock(m_mutex);
@@ -49,12 +79,12 @@ bool Executor::enqueue(bool toFront, std::function<void()> task) {
     // Started outside the mutex: start() may wait for the previous loop to hand its worker back,
     // and other pushes need not wait for that.
     if (startLoop) {
-        m_taskThread.start([this] { return runNext(); });
+        m_taskThread.start([self = shared_from_this()] { return self->runNext(); });
     }
     return true;
 }
 
-std::function<void()> Executor::pop() {
+std::function<void()> Executor::Queue::pop() {
     MutexLock lock(m_mutex);
     if (m_queue.empty()) {
         return {};
@@ -64,18 +94,18 @@ std::function<void()> Executor::pop() {
     return task;
 }
 
-bool Executor::runNext() {
+bool Executor::Queue::runNext() {
     if (std::function<void()> task = pop()) {
-        t_runningExecutor = this;
+        t_runningQueue = this;
         task();
-        // What the task captured is released here, still as this Executor's task.
+        // What the task captured is released here, still as this queue's task.
         task = nullptr;
-        t_runningExecutor = nullptr;
+        t_runningQueue = nullptr;
     }
     return hasNext();
 }
 
-bool Executor::hasNext() {
+bool Executor::Queue::hasNext() {
     MutexLock lock(m_mutex);
     const auto deadline = std::chrono::steady_clock::now() + m_idleTimeout;
     while (m_queue.empty() && !m_shutdownFlag) {
@@ -87,7 +117,11 @@ bool Executor::hasNext() {
     return m_active;
 }
 
-void Executor::waitForSubmittedTasks() {
+bool Executor::Queue::runsOnThisThread() const {
+    return t_runningQueue == this;
+}
+
+void Executor::Queue::waitForSubmittedTasks() {
     // The marker owns the promise (std::function needs it copyable, hence shared).
     auto done = std::make_shared<std::promise<void>>();
     std::future<void> reached = done->get_future();
@@ -102,7 +136,7 @@ void Executor::waitForSubmittedTasks() {
     reached.wait();
 }
 
-void Executor::shutdown() {
+void Executor::Queue::close() {
     std::deque<Entry> dropped;
     {
         MutexLock lock(m_mutex);
@@ -113,18 +147,49 @@ void Executor::shutdown() {
         m_queue.erase(tasks, m_queue.end());
         m_shutdownFlag = true;
     }
+    // Wakes an idle loop, which now stops at once.
+    m_taskQueued.notify_one();
     // Destroyed outside the mutex: a dropped task's destructor may push (and be refused).
     dropped.clear();
-    waitForSubmittedTasks();
 }
 
-void Executor::restart() {
+void Executor::Queue::restart() {
     MutexLock lock(m_mutex);
     m_shutdownFlag = false;
 }
 
+Executor::Executor(const std::chrono::milliseconds& idleTimeout)
+    : m_queue(std::make_shared<Queue>(idleTimeout)) {}
+
+Executor::~Executor() {
+    // From its own task, waiting for the running task would wait for ourselves; the loop keeps
+    // the queue alive and ends once that task returns.
+    if (m_queue->runsOnThisThread()) {
+        m_queue->close();
+        return;
+    }
+    shutdown();
+}
+
+bool Executor::enqueue(bool toFront, std::function<void()> task) {
+    return m_queue->enqueue(toFront, std::move(task));
+}
+
+void Executor::waitForSubmittedTasks() {
+    m_queue->waitForSubmittedTasks();
+}
+
+void Executor::shutdown() {
+    m_queue->close();
+    m_queue->waitForSubmittedTasks();
+}
+
+void Executor::restart() {
+    m_queue->restart();
+}
+
 bool Executor::isShutdown() {
-    return m_shutdownFlag;
+    return m_queue->isShutdown();
 }
 
 }  // namespace util

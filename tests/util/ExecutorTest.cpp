@@ -204,6 +204,69 @@ TEST(Executor, DestructionDropsQueuedTasksAfterTheRunningOne) {
     EXPECT_THROW(queued.get(), std::future_error);
 }
 
+// An object that owns an Executor, as the managers and GATT handlers do.
+struct Owner {
+    Executor executor{1000ms};
+};
+
+TEST(Executor, ATaskReleasesItsCapturesBeforeItsFutureIsReady) {
+    // A caller that has seen the future ready and drops its last reference destroys the owner
+    // on its own thread: the task no longer holds one.
+    for (int round = 0; round < 100; ++round) {
+        auto owner = std::make_shared<Owner>();
+        const std::weak_ptr<Owner> watch = owner;
+        std::future<void> done = owner->executor.pushTo(false, [self = owner] {});
+        std::future<int> value = owner->executor.pushTo(false, [self = owner] { return 7; });
+        std::shared_ptr<Owner> last = std::move(owner);
+        done.get();
+        ASSERT_EQ(value.get(), 7);
+        ASSERT_EQ(watch.use_count(), 1) << "a finished task still holds its capture";
+        last.reset();
+        ASSERT_TRUE(watch.expired());
+    }
+}
+
+TEST(Executor, MayBeDestroyedByItsOwnTask) {
+    ThreadPool& pool = ThreadPool::getDefaultThreadPool();
+    unsigned long long created0, obtained0, returned0, evicted0;
+    pool.getStats(created0, obtained0, returned0, evicted0);
+
+    // The last reference is dropped inside the task, or with the task's captures once it ran.
+    for (const bool insideTheCall : {true, false}) {
+        auto owner = std::make_shared<Owner>();
+        const std::weak_ptr<Owner> watch = owner;
+        Gate gate;
+        owner->executor.pushTo(false, gate.task());
+        ASSERT_TRUE(gate.waitEntered());
+        std::atomic<bool> wentOnAfterwards{false};
+        std::future<void> destroying = owner->executor.pushTo(
+            false, [self = owner, insideTheCall, &watch, &wentOnAfterwards]() mutable {
+                if (insideTheCall) {
+                    self.reset();
+                    wentOnAfterwards = watch.expired();
+                }
+            });
+        std::atomic<bool> droppedRan{false};
+        std::future<void> dropped = owner->executor.pushTo(false, [&] { droppedRan = true; });
+        owner.reset();
+        gate.open();
+
+        ASSERT_EQ(destroying.wait_for(kEventLimit), std::future_status::ready);
+        EXPECT_NO_THROW(destroying.get());
+        EXPECT_TRUE(watch.expired());
+        EXPECT_EQ(wentOnAfterwards, insideTheCall) << "the running task finishes";
+        ASSERT_EQ(dropped.wait_for(kEventLimit), std::future_status::ready);
+        EXPECT_THROW(dropped.get(), std::future_error) << "queued tasks are dropped";
+        EXPECT_FALSE(droppedRan);
+    }
+    // Both workers went back to the pool.
+    EXPECT_TRUE(testing::eventually([&] {
+        unsigned long long created, obtained, returned, evicted;
+        pool.getStats(created, obtained, returned, evicted);
+        return returned + evicted >= returned0 + evicted0 + 2;
+    }));
+}
+
 TEST(Executor, WaitersAndOverlappingShutdownsAllReturnOnceTheRunningTaskEnds) {
     Executor executor(1000ms);
     Gate gate;

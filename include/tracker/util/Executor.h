@@ -1,17 +1,12 @@
 #pragma once
 
-#include <atomic>
 #include <chrono>
-#include <condition_variable>
-#include <deque>
 #include <functional>
 #include <future>
 #include <memory>
+#include <optional>
 #include <type_traits>
 #include <utility>
-
-#include "tracker/util/Mutex.h"
-#include "tracker/util/TaskThread.h"
 
 namespace tracker {
 namespace util {
@@ -20,16 +15,22 @@ namespace util {
 // default ThreadPool while there is work; the thread goes back to the pool once no task has
 // arrived for the idle time-out. An idle Executor holds no thread.
 //
+// Task lifetime: a task's callable, and everything it captured, is destroyed on the worker before
+// the task's future becomes ready. A caller that has seen the future ready may therefore drop
+// what the task held and know that it is gone, as with a std::packaged_task.
+//
 // Shutdown: shutdown() drops every queued task (their futures report broken_promise), refuses
 // further pushes (pushTo returns a future whose valid() is false) and returns once the task in
 // progress, if any, has finished. restart() accepts pushes again.
 //
-// Thread-safety: every member may be called from any thread. Tasks run without the mutex, so a
-// task may push to its own Executor, but it must not call waitForSubmittedTasks() or shutdown()
-// on it: the call would wait for the task making it. Nor may an Executor be destroyed by its own
-// task (say, a task holding the last reference to the Executor's owner): that ends the process
-// with an error line, as it could only deadlock. An exception leaving a task ends the process:
-// tasks handle their own. m_mutex guards m_queue and m_active.
+// Destruction shuts down. An Executor may be destroyed by its own task (say, a task that drops
+// the last reference to the Executor's owner): the running task then finishes, the queued tasks
+// are dropped, and the worker goes back to the pool without waiting for anyone.
+//
+// Thread-safety: every member may be called from any thread. Tasks run without the Executor's
+// mutex, so a task may push to its own Executor, but it must not call waitForSubmittedTasks() or
+// shutdown() on it: the call would wait for the task making it. An exception leaving a task ends
+// the process: tasks handle their own.
 class Executor {
   public:
     explicit Executor(const std::chrono::milliseconds& idleTimeout);
@@ -45,12 +46,16 @@ class Executor {
         using Result = decltype(f());
         auto promise = std::make_shared<std::promise<Result>>();
         std::future<Result> future = promise->get_future();
-        std::function<void()> task = [f = std::move(f), promise]() mutable {
+        std::function<void()> task = [callable = std::optional<F>(std::move(f)),
+                                      promise]() mutable {
             if constexpr (std::is_void_v<Result>) {
-                f();
+                (*callable)();
+                callable.reset();
                 promise->set_value();
             } else {
-                promise->set_value(f());
+                Result result = (*callable)();
+                callable.reset();
+                promise->set_value(std::move(result));
             }
         };
         if (!enqueue(toFront, std::move(task))) {
@@ -66,30 +71,15 @@ class Executor {
     bool isShutdown();
 
   private:
-    // A queued task, or the marker of a waitForSubmittedTasks() call, which shutdown() keeps so
-    // that its waiter still learns when the running task has finished.
-    struct Entry {
-        std::function<void()> run;
-        bool marker;
-    };
+    // The queue, its mutex and the borrowed thread (Executor.cpp). The run loop holds a reference
+    // of its own, so a loop whose Executor was destroyed by the running task still has a queue
+    // to finish on.
+    class Queue;
 
     // False (and the task destroyed unrun) when shut down.
     bool enqueue(bool toFront, std::function<void()> task);
-    std::function<void()> pop();
-    // Runs one task, then reports whether another is ready (see hasNext).
-    bool runNext();
-    // Waits up to the idle time-out for work (not at all once shut down); false ends the loop.
-    bool hasNext();
 
-    Mutex m_mutex;
-    std::deque<Entry> m_queue TRACKER_GUARDED_BY(m_mutex);
-    // A run loop is started or running.
-    bool m_active TRACKER_GUARDED_BY(m_mutex) = false;
-    const std::chrono::milliseconds m_idleTimeout;
-    std::atomic<bool> m_shutdownFlag{false};
-    std::condition_variable m_taskQueued;
-    // Last: destroyed first, once its loop has ended.
-    TaskThread m_taskThread;
+    const std::shared_ptr<Queue> m_queue;
 };
 
 }  // namespace util
