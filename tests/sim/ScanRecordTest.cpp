@@ -51,31 +51,61 @@ TEST(ScanRecord, WideUuidsAndManufacturerDataKeyedLittleEndian) {
     EXPECT_EQ(record.getAdvertiseFlags(), -1);
 }
 
-TEST(ScanRecord, MalformedBytesNeverReadPastTheEnd) {
-    // A zero-padded legacy advertisement: parsing ends at the first zero length.
+// What a record that the parser gave up on holds: its bytes and nothing else.
+void expectOnlyRawBytes(const Bytes& raw) {
+    const ScanRecord record = ScanRecord::parseFromBytes(raw);
+    EXPECT_EQ(record.getBytes(), raw);
+    EXPECT_TRUE(record.getServiceUuids().empty());
+    EXPECT_TRUE(record.getManufacturerSpecificData().empty());
+    EXPECT_TRUE(record.getServiceData().empty());
+    EXPECT_EQ(record.getAdvertiseFlags(), -1);
+    EXPECT_EQ(record.getDeviceName(), "");
+}
+
+TEST(ScanRecord, AReadPastTheEndGivesUpTheWholeRecord) {
+    // A structure longer than what is left, after a good one.
+    expectOnlyRawBytes({0x02, 0x01, 0x06, 0x09, 0xFF, 0x4C, 0x00, 0x02});
+    // A UUID list whose last UUID is cut short at the end.
+    expectOnlyRawBytes({0x02, 0x01, 0x06, 0x04, 0x03, 0xAA, 0xFE, 0x0F});
+    // A company id cut short at the end, and a flags structure without its byte at the end.
+    expectOnlyRawBytes({0x03, 0x03, 0xAA, 0xFE, 0x02, 0xFF, 0x4C});
+    expectOnlyRawBytes({0x03, 0x03, 0xAA, 0xFE, 0x01, 0x01});
+    // Service data shorter than its UUID, and manufacturer data shorter than its id, even with
+    // bytes after them.
+    expectOnlyRawBytes({0x02, 0x16, 0xAA, 0x02, 0x01, 0x06});
+    expectOnlyRawBytes({0x02, 0xFF, 0x4C, 0x02, 0x01, 0x06});
+    // A length byte with no type after it.
+    expectOnlyRawBytes({0xFF});
+}
+
+TEST(ScanRecord, ReadsOnWhereTheDeviceParserDoes) {
+    // A 16-bit list of three bytes takes its second UUID from the next structure's first byte,
+    // which is still parsed in its place.
+    const ScanRecord odd =
+        ScanRecord::parseFromBytes({0x04, 0x03, 0xAA, 0xFE, 0x0F, 0x02, 0x01, 0x06});
+    EXPECT_EQ(odd.getServiceUuids(),
+              (std::vector<ParcelUuid>{uuid("0000feaa-0000-1000-8000-00805f9b34fb"),
+                                       uuid("0000020f-0000-1000-8000-00805f9b34fb")}));
+    EXPECT_EQ(odd.getAdvertiseFlags(), 6);
+    // Flags without data read the next length byte.
+    EXPECT_EQ(ScanRecord::parseFromBytes({0x01, 0x01, 0x03, 0x03, 0xAA, 0xFE}).getAdvertiseFlags(),
+              3);
+
+    // A zero length ends the significant part: padding is not parsed.
     Bytes padded = {0x02, 0x01, 0x06, 0x03, 0x03, 0xAA, 0xFE};
     padded.resize(31, 0x00);
     EXPECT_EQ(ScanRecord::parseFromBytes(padded).getServiceUuids().size(), 1u);
-
-    // A length claiming more than is there: what came before is kept, the rest is dropped.
-    const ScanRecord truncated =
-        ScanRecord::parseFromBytes({0x02, 0x01, 0x06, 0x09, 0xFF, 0x4C, 0x00, 0x02});
-    EXPECT_EQ(truncated.getAdvertiseFlags(), 6);
-    EXPECT_TRUE(truncated.getManufacturerSpecificData().empty());
-
-    // A UUID list whose last UUID is cut short keeps the whole ones.
-    const ScanRecord partial = ScanRecord::parseFromBytes({0x04, 0x03, 0xAA, 0xFE, 0x0F});
-    EXPECT_EQ(partial.getServiceUuids().size(), 1u);
-
-    // Structures too short for what their type needs are skipped.
-    const ScanRecord tiny = ScanRecord::parseFromBytes(
-        {0x01, 0x01, 0x02, 0xFF, 0x4C, 0x02, 0x16, 0xAA, 0x04, 0x21, 0x01, 0x02, 0x03});
-    EXPECT_EQ(tiny.getAdvertiseFlags(), -1);
-    EXPECT_TRUE(tiny.getManufacturerSpecificData().empty());
-    EXPECT_TRUE(tiny.getServiceData().empty());
-
-    EXPECT_TRUE(ScanRecord::parseFromBytes({}).getServiceUuids().empty());
-    EXPECT_TRUE(ScanRecord::parseFromBytes({0xFF}).getServiceUuids().empty());
+    // A type the parser does not read may claim more than is left.
+    const ScanRecord unread =
+        ScanRecord::parseFromBytes({0x03, 0x03, 0xAA, 0xFE, 0x09, 0x2A, 0x01});
+    EXPECT_EQ(unread.getServiceUuids().size(), 1u);
+    // Empty manufacturer and service data are data all the same; TX power is signed.
+    const ScanRecord empty = ScanRecord::parseFromBytes(
+        {0x03, 0xFF, 0x4C, 0x00, 0x03, 0x16, 0xAA, 0xFE, 0x02, 0x0A, 0xF4});
+    EXPECT_EQ(empty.getManufacturerSpecificData().at(0x004C), Bytes{});
+    EXPECT_EQ(empty.getServiceData().at(uuid("0000feaa-0000-1000-8000-00805f9b34fb")), Bytes{});
+    EXPECT_EQ(empty.getTxPowerLevel(), -12);
+    EXPECT_TRUE(ScanRecord::parseFromBytes({}).getBytes().empty());
 }
 
 TEST(ParcelUuid, TextRoundTripAndAdvertisementOrder) {

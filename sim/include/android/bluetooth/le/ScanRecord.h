@@ -1,5 +1,6 @@
 #pragma once
 
+#include <climits>
 #include <cstdint>
 #include <string>
 #include <unordered_map>
@@ -11,10 +12,13 @@ namespace android {
 namespace bluetooth {
 namespace le {
 
-// An advertisement parsed into its AD structures (length, type, data): service UUID lists of
-// every width, service data of every width, manufacturer data keyed by the little-endian
-// company id, flags and local name. Parsing stops at a zero length or at a structure that would
-// run past the end; what was parsed before it is kept, and truncated UUIDs are skipped.
+// An advertisement parsed into its AD structures (length, type, data), as a device's parser
+// reads them: service and solicitation UUID lists of every width, service data of every width,
+// manufacturer data keyed by the little-endian company id, flags, TX power and local name.
+// Parsing stops at a zero length. A structure that makes the parser read past the last byte
+// (one longer than what is left, a company id cut short at the end, a UUID list reaching beyond
+// the end) fails the whole record: it then holds only its raw bytes. Where the parser reads on
+// into the next structure (a UUID list of odd length), so does this one.
 class ScanRecord {
   public:
     using ServiceData =
@@ -30,15 +34,21 @@ class ScanRecord {
         return m_manufacturerData;
     }
     const ServiceData& getServiceData() const { return m_serviceData; }
-    int getAdvertiseFlags() const { return m_flags; }  // -1 without a flags structure
+    const std::vector<os::ParcelUuid>& getServiceSolicitationUuids() const {
+        return m_solicitationUuids;
+    }
+    int getAdvertiseFlags() const { return m_flags; }       // -1 without a flags structure
+    int getTxPowerLevel() const { return m_txPowerLevel; }  // INT_MIN without one
     const std::string& getDeviceName() const { return m_deviceName; }
 
   private:
     std::vector<uint8_t> m_bytes;
     std::vector<os::ParcelUuid> m_serviceUuids;
+    std::vector<os::ParcelUuid> m_solicitationUuids;
     std::unordered_map<int, std::vector<uint8_t>> m_manufacturerData;
     ServiceData m_serviceData;
     int m_flags = -1;
+    int m_txPowerLevel = INT_MIN;
     std::string m_deviceName;
 };
 
