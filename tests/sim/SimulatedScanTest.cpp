@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "bluetooth/Scenario.h"
+#include "sim/SimTags.h"
 #include "support/SimBluetooth.h"
 
 namespace tracker {
@@ -23,27 +24,9 @@ using com::orvane::frameworklink::managers::IAndroidBTGattCallback;
 using com::orvane::frameworklink::managers::IConnectivityEventCallback;
 using testing::EventLog;
 using testing::SimulatedBluetooth;
-using Bytes = std::vector<uint8_t>;
+using namespace testtags;
 
-const char* const kEddystone = "C0:FF:EE:00:00:01";
-const char* const kCompany = "C0:FF:EE:00:00:02";
-const char* const kOther = "C0:FF:EE:00:00:03";
 const ScanSettings kSettings(2, 1, 0, 0, 1, 3);
-
-TagSpec tagAt(const char* address, Bytes advertisement, double metres = 1.0) {
-    TagSpec tag;
-    tag.address = address;
-    tag.advertisement = std::move(advertisement);
-    tag.distance = {{std::chrono::milliseconds(0), metres}};
-    return tag;
-}
-
-// Flags, the 16-bit service 0xFEAA and service data for it.
-const Bytes kEddystoneAd = {0x02, 0x01, 0x06, 0x03, 0x03, 0xAA, 0xFE,
-                            0x05, 0x16, 0xAA, 0xFE, 0x10, 0x20};
-// Manufacturer data of company 0x0171.
-const Bytes kCompanyAd = {0x02, 0x01, 0x06, 0x05, 0xFF, 0x71, 0x01, 0xAA, 0xBB};
-const Bytes kOtherAd = {0x03, 0x03, 0x0F, 0x18};
 
 class ScanRecorder {
   public:
@@ -148,17 +131,51 @@ TEST_F(SimulatedScan, ServiceMasksAndDataPrefixesAreHonoured) {
     EXPECT_TRUE(proxy().stopBLEScan(0));
 }
 
-TEST_F(SimulatedScan, FaultsFailStartsReportFailuresAndKillTheProxy) {
+TEST_F(SimulatedScan, AFailureEndsTheScanAndStartsFailEitherWay) {
     world().addTag(tagAt(kEddystone, kEddystoneAd));
     ScanRecorder scan;
-    world().failNextScanStarts(2);
-    EXPECT_FALSE(scan.start({}));
-    EXPECT_FALSE(scan.start({}));
     ASSERT_TRUE(scan.start({}));
+    settle();
+    ASSERT_GT(scan.log.events().size(), 0u);
     EXPECT_FALSE(scan.start({})) << "a stack refuses a scan that is already running";
-    world().reportScanFailure(2);
-    ASSERT_TRUE(scan.log.waitFor("failure 2"));
 
+    // The failure callback ends the scan: nothing more is heard, and a new start works.
+    world().reportScanFailure(2);
+    settle();
+    const std::vector<std::string> heard = scan.log.events();
+    ASSERT_EQ(heard.back(), "failure 2");
+    EXPECT_FALSE(world().scanning());
+    settle();
+    EXPECT_EQ(scan.log.events().size(), heard.size());
+
+    // Failing starts: refused outright, or accepted and then failed through the callback.
+    world().failNextScanStarts(1);
+    EXPECT_FALSE(scan.start({}));
+    world().failNextScanStarts(1, ScanStartFailure::Callback);
+    EXPECT_TRUE(scan.start({}));
+    settle();
+    EXPECT_EQ(scan.log.events().back(), "failure 2");
+    EXPECT_FALSE(world().scanning());
+    ASSERT_TRUE(scan.start({}));
+    ASSERT_TRUE(proxy().stopBLEScan(0));
+
+    // Every start and stop is on record with what it asked for and what it got.
+    const std::vector<ScanRequest> requests = world().scanRequests();
+    ASSERT_EQ(requests.size(), 6u);
+    std::string summary;
+    for (const ScanRequest& request : requests) {
+        summary += std::string(request.start ? "start" : "stop") + (request.accepted ? "+ " : "- ");
+    }
+    EXPECT_EQ(summary, "start+ start- start- start+ start+ stop+ ");
+    EXPECT_EQ(requests[0].settings->getScanMode(), 2);
+    EXPECT_FALSE(requests.back().settings.has_value());
+    EXPECT_EQ(world().calls(ProxyCall::StartScan), 5);
+}
+
+TEST_F(SimulatedScan, TheProxyDiesAndEveryCallCanBeMadeToFail) {
+    world().addTag(tagAt(kEddystone, kEddystoneAd));
+    ScanRecorder scan;
+    ASSERT_TRUE(scan.start({}));
     EventLog deaths;
     auto recipient = std::make_shared<FrameworkLinkDeathRecipient>([&] { deaths.add("died"); });
     ASSERT_TRUE(proxy().registerForProxyDeath(recipient));
@@ -169,224 +186,91 @@ TEST_F(SimulatedScan, FaultsFailStartsReportFailuresAndKillTheProxy) {
     EXPECT_FALSE(scan.start({}));
     EXPECT_FALSE(proxy().stopBLEScan(0));
 
-    world().failNextInitializations(1);
+    world().failNext(ProxyCall::Initialize);
     EXPECT_FALSE(proxy().initialize(300));
     EXPECT_TRUE(proxy().initialize(300));
-    EXPECT_TRUE(scan.start({}));
+
+    // While the proxy lives, each call fails on its own, once.
+    const auto failOnce = [&](ProxyCall call, const std::function<bool()>& make) {
+        world().failNext(call);
+        EXPECT_FALSE(make()) << static_cast<int>(call);
+        EXPECT_TRUE(make()) << static_cast<int>(call);
+    };
+    failOnce(ProxyCall::StartScan, [&] { return scan.start({}); });
+    failOnce(ProxyCall::StopScan, [&] { return proxy().stopBLEScan(0); });
+    failOnce(ProxyCall::RegisterForProxyDeath,
+             [&] { return proxy().registerForProxyDeath(recipient); });
+    std::vector<RemoteDeviceAdapter> devices;
+    failOnce(ProxyCall::GetPairedDevices, [&] { return proxy().getPairedRemoteDevices(devices); });
+    world().failNext(ProxyCall::GetPairedDevices, World::kEveryCall);
+    EXPECT_FALSE(proxy().getPairedRemoteDevices(devices));
+    EXPECT_FALSE(proxy().getPairedRemoteDevices(devices));
+    world().failNext(ProxyCall::GetPairedDevices, 0);
+    EXPECT_TRUE(proxy().getPairedRemoteDevices(devices));
+    EXPECT_EQ(world().calls(ProxyCall::Initialize), 3) << "the fixture's, the failed one, the last";
+}
+
+TEST_F(SimulatedScan, CallbacksOnDifferentObjectsRunSideBySide) {
+    // A scan result that waits for a pairing event finishes only if the platform delivers the
+    // pairing event on another thread meanwhile.
+    world().addTag(tagAt(kEddystone, kEddystoneAd));
+    class Pairing : public IConnectivityEventCallback {
+      public:
+        void onPairStateChanged(const RemoteDeviceAdapter&, int) override { paired.set_value(); }
+        std::promise<void> paired;
+    };
+    auto pairing = std::make_shared<Pairing>();
+    std::shared_future<void> paired = pairing->paired.get_future().share();
+    ASSERT_TRUE(proxy().registerConnectivityCallback(pairing));
+    std::atomic<int> results{0};
+    std::atomic<bool> sawPairing{false};
+    const std::vector<ScanFilter> none;
+    ASSERT_TRUE(proxy().startBLEScan(
+        &none, kSettings, nullptr, nullptr,
+        [&](int, const ScanResult&) {
+            if (results++ == 0) {
+                sawPairing = paired.wait_for(testing::kEventLimit) == std::future_status::ready;
+            }
+        },
+        0));
+    ASSERT_TRUE(world().advertiseOnce(kEddystone));
+    ASSERT_TRUE(world().setPairState(kEddystone, 12));
+    settle();
+    EXPECT_TRUE(sawPairing);
     EXPECT_TRUE(proxy().stopBLEScan(0));
 }
 
-// Records the answers of one GATT connection.
-class GattRecorder : public IAndroidBTGattCallback {
-  public:
-    void onConnectionStateChange(int status, int newState) override {
-        log.add("state " + std::to_string(status) + " " + std::to_string(newState));
+TEST(SimulatedPlatformExit, AProcessMayExitWhileTagsAdvertise) {
+    // On real time, with the platform's threads busy delivering, exit tears the process down.
+    for (int round = 0; round < 5; ++round) {
+        EXPECT_EXIT(
+            {
+                World& world = World::instance();
+                world.reset();
+                ASSERT_TRUE(world.initialize(300));
+                for (int tag = 0; tag < 20; ++tag) {
+                    TagSpec spec = tagAt("C0:FF:EE:00:01:00", kEddystoneAd);
+                    spec.address[16] = static_cast<char>('A' + tag % 6);
+                    spec.address[15] = static_cast<char>('0' + tag / 6);
+                    spec.interval = std::chrono::milliseconds(1);
+                    world.addTag(spec);
+                }
+                std::promise<void> busy;
+                std::atomic<int> results{0};
+                const std::vector<ScanFilter> none;
+                world.startScan(
+                    &none, kSettings, nullptr, nullptr,
+                    [&](int, const ScanResult&) {
+                        if (++results == 100) {
+                            busy.set_value();
+                        }
+                    },
+                    0);
+                busy.get_future().wait();
+                std::exit(0);
+            },
+            ::testing::ExitedWithCode(0), "");
     }
-    void onServicesDiscovered(int status) override {
-        log.add("discovered " + std::to_string(status));
-    }
-    void onCharacteristicRead(const BluetoothGattCharacteristic& c, int status) override {
-        log.add("read " + std::to_string(status) + " " + valueOf(c.getValue()));
-    }
-    void onCharacteristicWrite(const BluetoothGattCharacteristic& c, int status) override {
-        log.add("write " + std::to_string(status) + " " + valueOf(c.getValue()));
-    }
-    void onCharacteristicChanged(const BluetoothGattCharacteristic& c) override {
-        log.add("changed " + valueOf(c.getValue()));
-    }
-    void onDescriptorRead(const BluetoothGattDescriptor&, int status) override {
-        log.add("descriptor read " + std::to_string(status));
-    }
-    void onDescriptorWrite(const BluetoothGattDescriptor& d, int status) override {
-        log.add("descriptor " + d.getUuid().toString().substr(4, 4) + " " + std::to_string(status) +
-                " " + valueOf(d.getValue()) +
-                (d.getCharacteristic()
-                     ? " of " + d.getCharacteristic()->getUuid().toString().substr(4, 4)
-                     : ""));
-    }
-    static std::string valueOf(const BluetoothGattCharacteristic::Value& value) {
-        std::string text;
-        for (uint8_t byte : value ? value->getBytes() : Bytes{}) {
-            char digits[3];
-            std::snprintf(digits, sizeof digits, "%02x", byte);
-            text += digits;
-        }
-        return value ? text : "null";
-    }
-    EventLog log;
-};
-
-class SimulatedGatt : public SimulatedBluetooth {
-  protected:
-    void SetUp() override {
-        SimulatedBluetooth::SetUp();
-        TagSpec tag = tagAt(kEddystone, kEddystoneAd);
-        BluetoothGattService battery(ParcelUuid::fromString(kBattery));
-        BluetoothGattCharacteristic level(ParcelUuid::fromString(kLevel), 0x12);
-        level.setValue(std::make_shared<ParcelByteArray>(Bytes{0x64}));
-        level.addDescriptor(BluetoothGattDescriptor(ParcelUuid::fromString(kConfiguration)));
-        battery.addCharacteristic(level);
-        tag.gatt = {battery};
-        world().addTag(tag);
-    }
-    int connect(const char* address) {
-        int connId = 0;
-        EXPECT_TRUE(proxy().connectGatt(std::make_shared<BluetoothDevice>(address), false, gatt, 0,
-                                        connId));
-        settle();
-        return connId;
-    }
-    BluetoothGattCharacteristic level() {
-        return BluetoothGattCharacteristic(ParcelUuid::fromString(kLevel), 0);
-    }
-
-    static constexpr const char* kBattery = "0000180f-0000-1000-8000-00805f9b34fb";
-    static constexpr const char* kLevel = "00002a19-0000-1000-8000-00805f9b34fb";
-    static constexpr const char* kConfiguration = "00002902-0000-1000-8000-00805f9b34fb";
-    std::shared_ptr<GattRecorder> gatt = std::make_shared<GattRecorder>();
-};
-
-TEST_F(SimulatedGatt, AnswersInTheOrderAStackDoes) {
-    const int connId = connect(kEddystone);
-    std::vector<BluetoothGattService> services;
-    EXPECT_FALSE(proxy().getServices(connId, services)) << "nothing before discovery";
-    EXPECT_FALSE(proxy().readCharacteristic(connId, level())) << "nothing to read yet";
-    ASSERT_TRUE(proxy().discoverServices(connId));
-    settle();
-    ASSERT_TRUE(proxy().getServices(connId, services));
-    ASSERT_EQ(services.size(), 1u);
-    EXPECT_EQ(services[0].getUuid().toString(), kBattery);
-
-    ASSERT_TRUE(proxy().readCharacteristic(connId, level()));
-    settle();
-    BluetoothGattCharacteristic written = level();
-    written.setValue(std::make_shared<ParcelByteArray>(Bytes{0x32}));
-    ASSERT_TRUE(proxy().writeCharacteristic(connId, written));
-    EXPECT_FALSE(proxy().readCharacteristic(connId, level())) << "one request at a time";
-    settle();
-    ASSERT_TRUE(proxy().readCharacteristic(connId, level()));
-    settle();
-    ASSERT_TRUE(proxy().setCharacteristicNotification(connId, level(), true));
-    settle();
-    ASSERT_TRUE(world().notifyValue(kEddystone, ParcelUuid::fromString(kBattery),
-                                    ParcelUuid::fromString(kLevel), {0x31}));
-    settle();
-    ASSERT_TRUE(proxy().setCharacteristicNotification(connId, level(), false));
-    settle();
-    EXPECT_FALSE(world().notifyValue(kEddystone, ParcelUuid::fromString(kBattery),
-                                     ParcelUuid::fromString(kLevel), {0x30}));
-    ASSERT_TRUE(proxy().disconnect(connId));
-    settle();
-    EXPECT_TRUE(proxy().close(connId));
-    EXPECT_FALSE(proxy().getServices(connId, services));
-
-    EXPECT_EQ(gatt->log.events(),
-              (std::vector<std::string>{"state 0 2", "discovered 0", "read 0 64", "write 0 32",
-                                        "read 0 32", "descriptor 2902 0 0100 of 2a19", "changed 31",
-                                        "descriptor 2902 0 0000 of 2a19", "state 0 0"}));
-}
-
-TEST_F(SimulatedGatt, UnreachableTagsAndChosenFaults) {
-    world().moveTag(kEddystone, 50.0);
-    connect(kEddystone);
-    connect(kOther);  // no such tag
-    world().moveTag(kEddystone, 1.0);
-    world().setNextConnectionId(-1);
-    EXPECT_EQ(connect(kEddystone), -1);
-    const int connId = connect("c0:ff:ee:00:00:01");  // either case names the tag
-    world().setNextStatus(GattAnswer::Discover, 133);
-    ASSERT_TRUE(proxy().discoverServices(connId));
-    settle();
-    ASSERT_TRUE(proxy().discoverServices(connId));
-    settle();
-    world().setNextStatus(GattAnswer::Read, 137);
-    ASSERT_TRUE(proxy().readCharacteristic(connId, level()));
-    settle();
-    world().delayNext(GattAnswer::Write, std::chrono::seconds(5));
-    ASSERT_TRUE(proxy().writeCharacteristic(connId, level()));
-    settle();
-    const std::size_t beforeDelay = gatt->log.events().size();
-    settle(std::chrono::seconds(5));
-    EXPECT_EQ(gatt->log.events().size(), beforeDelay + 1);
-    // A dropped answer never comes, and the connection stays busy, as a stuck stack would.
-    world().dropNext(GattAnswer::Read);
-    ASSERT_TRUE(proxy().readCharacteristic(connId, level()));
-    settle();
-    EXPECT_FALSE(proxy().readCharacteristic(connId, level()));
-    // Walking out of range drops the connections with a time-out.
-    world().moveTag(kEddystone, 80.0);
-    settle();
-    EXPECT_EQ(gatt->log.events(),
-              (std::vector<std::string>{"state 133 0", "state 133 0", "state 0 2", "state 0 2",
-                                        "discovered 133", "discovered 0", "read 137 64",
-                                        "write 0 64", "state 8 0", "state 8 0"}));
-}
-
-TEST_F(SimulatedGatt, NothingFollowsACloseOrTheProxysDeath) {
-    const int connId = connect(kEddystone);
-    ASSERT_TRUE(proxy().discoverServices(connId));
-    settle();
-    ASSERT_TRUE(proxy().readCharacteristic(connId, level()));
-    EXPECT_TRUE(proxy().close(connId));
-    EXPECT_FALSE(proxy().close(connId));
-    settle();
-
-    const int second = connect(kEddystone);
-    ASSERT_TRUE(proxy().discoverServices(second));
-    world().killProxy();
-    settle();
-    EXPECT_TRUE(world().openConnections().empty());
-    EXPECT_FALSE(proxy().discoverServices(second));
-    EXPECT_EQ(gatt->log.events(),
-              (std::vector<std::string>{"state 0 2", "discovered 0", "state 0 2"}));
-}
-
-TEST_F(SimulatedGatt, TagsThatDriftAwayDropTheirLinkAtTheNextAnswer) {
-    TagSpec leaving = tagAt(kCompany, kCompanyAd);
-    leaving.distance = {{std::chrono::milliseconds(0), 1.0}, {std::chrono::seconds(10), 100.0}};
-    leaving.gatt = {BluetoothGattService(ParcelUuid::fromString(kBattery))};
-    world().addTag(leaving);
-    const int connId = connect(kCompany);
-    settle(std::chrono::seconds(20));
-    ASSERT_TRUE(proxy().discoverServices(connId));
-    settle();
-    EXPECT_EQ(gatt->log.events(), (std::vector<std::string>{"state 0 2", "state 8 0"}));
-}
-
-TEST_F(SimulatedGatt, CharacteristicsSharingAUuidStayApart) {
-    // Two services with the same UUID, each with the level characteristic; only the second
-    // can notify. Values without a value read as empty bytes.
-    TagSpec twin = tagAt(kCompany, kCompanyAd);
-    BluetoothGattService first(ParcelUuid::fromString(kBattery));
-    first.addCharacteristic(BluetoothGattCharacteristic(ParcelUuid::fromString(kLevel), 0x02));
-    BluetoothGattService second(ParcelUuid::fromString(kBattery));
-    BluetoothGattCharacteristic notifying(ParcelUuid::fromString(kLevel), 0x12);
-    notifying.addDescriptor(BluetoothGattDescriptor(ParcelUuid::fromString(kConfiguration)));
-    second.addCharacteristic(notifying);
-    twin.gatt = {first, second};
-    world().addTag(twin);
-    const int connId = connect(kCompany);
-    ASSERT_TRUE(proxy().discoverServices(connId));
-    settle();
-    std::vector<BluetoothGattService> services;
-    ASSERT_TRUE(proxy().getServices(connId, services));
-    const BluetoothGattCharacteristic& inSecond = services[1].getCharacteristics()[0];
-    EXPECT_NE(inSecond.getInstanceId(), services[0].getCharacteristics()[0].getInstanceId());
-
-    BluetoothGattCharacteristic written = inSecond;
-    written.setValue(std::make_shared<ParcelByteArray>(Bytes{0x07}));
-    ASSERT_TRUE(proxy().writeCharacteristic(connId, written));
-    settle();
-    ASSERT_TRUE(proxy().readCharacteristic(connId, services[0].getCharacteristics()[0]));
-    settle();
-    ASSERT_TRUE(proxy().setCharacteristicNotification(connId, inSecond, true));
-    settle();
-    EXPECT_TRUE(world().notifyValue(kCompany, ParcelUuid::fromString(kBattery),
-                                    ParcelUuid::fromString(kLevel), {0x08}));
-    settle();
-    EXPECT_EQ(gatt->log.events(),
-              (std::vector<std::string>{"state 0 2", "discovered 0", "write 0 07", "read 0 ",
-                                        "descriptor 2902 0 0100 of 2a19", "changed 08"}));
 }
 
 class Pairing : public IConnectivityEventCallback {
@@ -422,7 +306,7 @@ TEST_F(SimulatedScan, PairingEventsAndThePairedListComeFromTheWorld) {
     ASSERT_TRUE(proxy().getPairedRemoteDevices(devices));
     ASSERT_EQ(devices.size(), 1u);
     EXPECT_EQ(devices[0].mAddress, kCompany);
-    world().failPairedDeviceQuery(true);
+    world().failNext(ProxyCall::GetPairedDevices);
     EXPECT_FALSE(proxy().getPairedRemoteDevices(devices));
 }
 

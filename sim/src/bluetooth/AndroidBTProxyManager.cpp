@@ -16,8 +16,10 @@ tracker::sim::World& world() {
 }  // namespace
 
 std::shared_ptr<AndroidBTProxyManager> AndroidBTProxyManager::getManager() {
-    static const auto manager = std::make_shared<AndroidBTProxyManager>();
-    return manager;
+    // Never destroyed: callbacks may still use it while the process exits.
+    static const auto* manager =
+        new std::shared_ptr<AndroidBTProxyManager>(std::make_shared<AndroidBTProxyManager>());
+    return *manager;
 }
 
 bool AndroidBTProxyManager::initialize(int waitLimit) {

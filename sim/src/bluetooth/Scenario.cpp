@@ -146,14 +146,19 @@ BluetoothGattCharacteristic characteristic(const Value& json, const std::string&
         fail(path, "expected an object");
     }
     onlyKnown(json, path, {"uuid", "properties", "value", "notify"});
+    const Value* notify = member(json, "notify");
+    const bool notifies = notify != nullptr && boolean(*notify, path + ".notify");
+    // Without stated properties a characteristic can be read, and notify if it says so.
     const Value* properties = member(json, "properties");
-    BluetoothGattCharacteristic result(uuid(required(json, path, "uuid"), path + ".uuid"),
-                                       properties ? integer(*properties, path + ".properties") : 0);
+    BluetoothGattCharacteristic result(
+        uuid(required(json, path, "uuid"), path + ".uuid"),
+        properties ? integer(*properties, path + ".properties")
+                   : BluetoothGattCharacteristic::PROPERTY_READ |
+                         (notifies ? BluetoothGattCharacteristic::PROPERTY_NOTIFY : 0));
     if (const Value* value = member(json, "value")) {
         result.setValue(std::make_shared<ParcelByteArray>(hexBytes(*value, path + ".value")));
     }
-    const Value* notify = member(json, "notify");
-    if (notify != nullptr && boolean(*notify, path + ".notify")) {
+    if (notifies) {
         result.addDescriptor(BluetoothGattDescriptor(
             ParcelUuid::fromString("00002902-0000-1000-8000-00805f9b34fb")));
     }
@@ -322,13 +327,13 @@ bool loadScenario(const std::string& json, World& world, std::string* error) {
     }
     // Only the faults the scenario names; the others keep what the world had.
     if (failInitializations) {
-        world.failNextInitializations(*failInitializations);
+        world.failNext(ProxyCall::Initialize, *failInitializations);
     }
     if (failScanStarts) {
         world.failNextScanStarts(*failScanStarts);
     }
     if (failPaired) {
-        world.failPairedDeviceQuery(*failPaired);
+        world.failNext(ProxyCall::GetPairedDevices, *failPaired ? World::kEveryCall : 0);
     }
     return true;
 }

@@ -20,7 +20,8 @@ namespace sim {
 //     "distance": 2.5 | [[0, 1.5], [5000, 10]],  optional, metres, or [ms, metres] points
 //     "gatt": [{"uuid": "0000180f-0000-1000-8000-00805f9b34fb",
 //               "characteristics": [{"uuid": "...", "properties": 18, "value": "64",
-//                                    "notify": true}]}],   notify adds the 2902 descriptor
+//                                    "notify": true}]}],   notify adds the 2902 descriptor;
+//                                    properties default to read, plus notify with notify
 //     "pairing": {"dsn": "G0001", "state": 12, "category": [3, 14], "inputDescriptor": ""}
 //   }],
 //   "faults": {"failInitializations": 0, "failScanStarts": 0, "failPairedDeviceQuery": false}

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cctype>
 #include <cmath>
-#include <future>
 
 #include <android/bluetooth/le/ScanRecord.h>
 
@@ -21,6 +20,8 @@ using android::os::ParcelUuid;
 using com::orvane::frameworklink::interfaces::RemoteDeviceAdapter;
 
 constexpr int kBonded = 12;
+// What a scanner reports when it cannot register a scan.
+constexpr int kScanFailedRegistration = 2;
 
 bool matchesMasked(const ParcelUuid& value, const ParcelUuid& wanted, const ParcelUuid& mask) {
     return (value.getMostSignificantBits() & mask.getMostSignificantBits()) ==
@@ -88,9 +89,24 @@ void World::reset() {
         m_state = std::make_unique<State>();
         m_state->generation = generation;
     }
-    // The old state and the dropped events hold the library's callbacks: released without the
-    // lock, whatever their destructors do.
-    m_loop.clear();
+    // The old state and the dropped deliveries hold the library's callbacks: released without
+    // the lock, whatever their destructors do.
+    m_deliveries.clear();
+}
+
+bool World::admitLocked(ProxyCall call) {
+    ++m_state->calls[call];
+    if (!m_state->ready && call != ProxyCall::Initialize) {
+        return false;
+    }
+    const auto failing = m_state->faults.failing.find(call);
+    if (failing == m_state->faults.failing.end()) {
+        return true;
+    }
+    if (failing->second != kEveryCall && --failing->second == 0) {
+        m_state->faults.failing.erase(failing);
+    }
+    return false;
 }
 
 // --- the world ------------------------------------------------------------------------------
@@ -119,8 +135,9 @@ bool World::moveTag(const std::string& address, double metres) {
     tag->fixedDistance = metres;
     if (!inRangeLocked(*tag)) {
         for (auto& entry : m_state->connections) {
-            if (entry.second.address == tag->tagSpec.address && entry.second.connected) {
-                loseLinkLocked(entry.second);
+            if (entry.second.address == tag->tagSpec.address &&
+                entry.second.link == Connection::Link::Connected) {
+                linkDownLocked(entry.first, 8);
             }
         }
     }
@@ -130,13 +147,31 @@ bool World::moveTag(const std::string& address, double metres) {
 bool World::advertiseOnce(const std::string& address) {
     std::lock_guard<std::mutex> lock(m_mutex);
     const std::shared_ptr<Tag> tag = findTagLocked(address);
-    if (!tag) {
+    if (!tag || !m_state->scan) {
         return false;
     }
     const uint64_t generation = m_state->generation;
-    m_loop.postAfter(util::Clock::Duration::zero(),
-                     [this, tag, generation] { deliverAdvertisement(tag, generation, false); });
+    m_deliveries.postAfter(
+        m_state->scan->callbacks.get(), util::Clock::Duration::zero(),
+        [this, tag, generation] { deliverAdvertisement(tag, generation, false); });
     return true;
+}
+
+bool World::injectAdvertisement(const std::string& address, std::vector<uint8_t> advertisement,
+                                int rssi) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (!m_state->scan) {
+        return false;
+    }
+    deliverToScanLocked(ScanResult(android::bluetooth::BluetoothDevice(normalisedAddress(address)),
+                                   ScanRecord::parseFromBytes(advertisement), rssi));
+    return true;
+}
+
+void World::setRadioTap(std::function<void(const ScanResult&)> tap) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_state->radioTap =
+        tap ? std::make_shared<std::function<void(const ScanResult&)>>(std::move(tap)) : nullptr;
 }
 
 bool World::setPairState(const std::string& address, int state) {
@@ -152,9 +187,9 @@ bool World::setPairState(const std::string& address, int state) {
     tag->tagSpec.pairing->mPairedState = state;
     const RemoteDeviceAdapter device = *tag->tagSpec.pairing;
     for (const std::shared_ptr<Connectivity>& callback : m_state->connectivity) {
-        m_loop.postAfter(util::Clock::Duration::zero(), [callback, device, state] {
-            callback->onPairStateChanged(device, state);
-        });
+        m_deliveries.postAfter(
+            callback.get(), util::Clock::Duration::zero(),
+            [callback, device, state] { callback->onPairStateChanged(device, state); });
     }
     return true;
 }
@@ -202,70 +237,99 @@ bool World::inRangeLocked(const Tag& tag) const {
     return distanceLocked(tag) <= m_state->range;
 }
 
+// --- scanning -------------------------------------------------------------------------------
+
 void World::scheduleAdvertisingLocked(const std::shared_ptr<Tag>& tag,
                                       util::Clock::Duration after) {
     const uint64_t generation = m_state->generation;
-    m_loop.postAfter(after,
-                     [this, tag, generation] { deliverAdvertisement(tag, generation, true); });
+    m_deliveries.postAfter(m_state->scan->callbacks.get(), after, [this, tag, generation] {
+        deliverAdvertisement(tag, generation, true);
+    });
 }
 
 void World::deliverAdvertisement(const std::shared_ptr<Tag>& tag, uint64_t generation,
                                  bool repeat) {
-    ResultCallback deliver;
-    BatchCallback deliverBatch;
-    std::optional<ScanResult> result;
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        const bool current = generation == m_state->generation && m_state->scan &&
-                             findTagLocked(tag->tagSpec.address) == tag;
-        if (!current) {
-            return;
-        }
-        if (repeat) {
-            scheduleAdvertisingLocked(tag, tag->tagSpec.interval);
-        }
-        if (!inRangeLocked(*tag)) {
-            return;
-        }
-        ScanRecord record = ScanRecord::parseFromBytes(tag->tagSpec.advertisement);
-        if (!passesAny(m_state->scan->filters, record)) {
-            return;
-        }
-        m_state->noise = m_state->noise * 1103515245u + 12345u;
-        const int noise = static_cast<int>((m_state->noise >> 16) % 5) - 2;
-        result.emplace(android::bluetooth::BluetoothDevice(tag->tagSpec.address), std::move(record),
-                       rssiAt(tag->tagSpec.txPower, distanceLocked(*tag)) + noise);
-        if (m_state->scan->settings.getReportDelayMillis() > 0) {
-            deliverBatch = m_state->scan->batch;
-        } else {
-            deliver = m_state->scan->result;
-        }
+    std::lock_guard<std::mutex> lock(m_mutex);
+    const bool current = generation == m_state->generation && m_state->scan &&
+                         findTagLocked(tag->tagSpec.address) == tag;
+    if (!current) {
+        return;
     }
-    if (deliver) {
-        deliver(1, *result);
-    } else if (deliverBatch) {
-        deliverBatch({*result});
+    if (repeat) {
+        scheduleAdvertisingLocked(tag, tag->tagSpec.interval);
     }
+    if (!inRangeLocked(*tag)) {
+        return;
+    }
+    m_state->noise = m_state->noise * 1103515245u + 12345u;
+    const int noise = static_cast<int>((m_state->noise >> 16) % 5) - 2;
+    deliverToScanLocked(ScanResult(android::bluetooth::BluetoothDevice(tag->tagSpec.address),
+                                   ScanRecord::parseFromBytes(tag->tagSpec.advertisement),
+                                   rssiAt(tag->tagSpec.txPower, distanceLocked(*tag)) + noise));
+}
+
+void World::deliverToScanLocked(ScanResult result) {
+    const Scan& scan = *m_state->scan;
+    if (!passesAny(scan.filters, result.getScanRecord())) {
+        return;
+    }
+    const std::shared_ptr<ScanCallbacks> callbacks = scan.callbacks;
+    const bool batched = scan.settings.getReportDelayMillis() > 0;
+    const uint64_t generation = m_state->generation;
+    m_deliveries.postAfter(callbacks.get(), util::Clock::Duration::zero(),
+                           [this, callbacks, batched, generation, result = std::move(result)] {
+                               std::shared_ptr<std::function<void(const ScanResult&)>> tap;
+                               {
+                                   std::lock_guard<std::mutex> lock(m_mutex);
+                                   // Nothing arrives once the scan has stopped or failed.
+                                   if (generation != m_state->generation) {
+                                       return;
+                                   }
+                                   tap = m_state->radioTap;
+                               }
+                               if (tap) {
+                                   (*tap)(result);
+                               }
+                               if (batched && callbacks->batch) {
+                                   callbacks->batch({result});
+                               } else if (!batched && callbacks->result) {
+                                   callbacks->result(1, result);
+                               }
+                           });
+}
+
+void World::failScanLocked(int errorCode) {
+    const std::shared_ptr<ScanCallbacks> callbacks = m_state->scan->callbacks;
+    m_state->scan.reset();
+    ++m_state->generation;
+    m_deliveries.postAfter(callbacks.get(), util::Clock::Duration::zero(), [callbacks, errorCode] {
+        if (callbacks->failure) {
+            callbacks->failure(errorCode);
+        }
+    });
 }
 
 // --- faults ---------------------------------------------------------------------------------
 
-void World::failNextInitializations(int count) {
+void World::failNext(ProxyCall call, int count) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    m_state->faults.failInitializations = count;
+    if (count == 0) {
+        m_state->faults.failing.erase(call);
+    } else {
+        m_state->faults.failing[call] = count;
+    }
 }
 
-void World::failNextScanStarts(int count) {
+void World::failNextScanStarts(int count, ScanStartFailure how) {
+    failNext(ProxyCall::StartScan, count);
     std::lock_guard<std::mutex> lock(m_mutex);
-    m_state->faults.failScanStarts = count;
+    m_state->faults.scanStartFailure = how;
 }
 
 void World::reportScanFailure(int errorCode) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    if (m_state->scan && m_state->scan->failure) {
-        const std::function<void(int)> failure = m_state->scan->failure;
-        m_loop.postAfter(util::Clock::Duration::zero(),
-                         [failure, errorCode] { failure(errorCode); });
+    if (m_state->scan) {
+        failScanLocked(errorCode);
     }
 }
 
@@ -273,6 +337,7 @@ void World::killProxy() {
     std::optional<Scan> scan;
     std::map<int, Connection> connections;
     std::vector<std::shared_ptr<Connectivity>> connectivity;
+    std::vector<std::shared_ptr<DeathRecipient>> told;  // let go of after the lock
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         m_state->ready = false;
@@ -281,15 +346,17 @@ void World::killProxy() {
         connections.swap(m_state->connections);
         connectivity.swap(m_state->connectivity);
         for (const std::weak_ptr<DeathRecipient>& weak : m_state->deathRecipients) {
-            m_loop.postAfter(util::Clock::Duration::zero(), [weak] {
-                if (const std::shared_ptr<DeathRecipient> recipient = weak.lock()) {
-                    recipient->binderDied();
-                }
-            });
+            if (std::shared_ptr<DeathRecipient> recipient = weak.lock()) {
+                m_deliveries.postAfter(recipient.get(), util::Clock::Duration::zero(), [weak] {
+                    if (const std::shared_ptr<DeathRecipient> alive = weak.lock()) {
+                        alive->binderDied();
+                    }
+                });
+                told.push_back(std::move(recipient));
+            }
         }
         m_state->deathRecipients.clear();
     }
-    // What held the library's callbacks goes here, without the lock.
 }
 
 void World::setNextStatus(GattAnswer answer, int status) {
@@ -312,24 +379,18 @@ void World::delayNext(GattAnswer answer, util::Clock::Duration delay) {
     m_state->faults.delivery[answer] = delay;
 }
 
-void World::failPairedDeviceQuery(bool fail) {
+void World::duplicateNext(GattAnswer answer) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    m_state->faults.failPairedDeviceQuery = fail;
+    m_state->faults.duplicate.insert(answer);
+}
+
+void World::stripNext(GattAnswer answer, Missing what) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_state->faults.missing[answer] = what;
 }
 
 bool World::barrier(std::chrono::milliseconds limit) {
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    // Events may post further events for now (an answer that turns into a link loss): go round
-    // until nothing due is left.
-    do {
-        auto reached = std::make_shared<std::promise<void>>();
-        std::future<void> done = reached->get_future();
-        m_loop.postAfter(util::Clock::Duration::zero(), [reached] { reached->set_value(); });
-        if (done.wait_until(deadline) != std::future_status::ready) {
-            return false;
-        }
-    } while (m_loop.hasDue(util::Clock::current()->now()));
-    return true;
+    return m_deliveries.barrier(limit);
 }
 
 // --- what the library asked for -------------------------------------------------------------
@@ -339,9 +400,10 @@ bool World::proxyReady() const {
     return m_state->ready;
 }
 
-int World::initializeCalls() const {
+int World::calls(ProxyCall call) const {
     std::lock_guard<std::mutex> lock(m_mutex);
-    return m_state->initializeCalls;
+    const auto found = m_state->calls.find(call);
+    return found != m_state->calls.end() ? found->second : 0;
 }
 
 bool World::scanning() const {
@@ -362,6 +424,11 @@ std::optional<android::bluetooth::le::ScanSettings> World::scanSettings() const 
     return m_state->scan->settings;
 }
 
+std::vector<ScanRequest> World::scanRequests() const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_state->scanRequests;
+}
+
 std::vector<int> World::openConnections() const {
     std::lock_guard<std::mutex> lock(m_mutex);
     std::vector<int> ids;
@@ -375,9 +442,7 @@ std::vector<int> World::openConnections() const {
 
 bool World::initialize(int /*waitLimit*/) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    ++m_state->initializeCalls;
-    if (m_state->faults.failInitializations > 0) {
-        --m_state->faults.failInitializations;
+    if (!admitLocked(ProxyCall::Initialize)) {
         return false;
     }
     m_state->ready = true;
@@ -386,7 +451,7 @@ bool World::initialize(int /*waitLimit*/) {
 
 bool World::registerForProxyDeath(std::weak_ptr<DeathRecipient> recipient) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    if (!m_state->ready) {
+    if (!admitLocked(ProxyCall::RegisterForProxyDeath)) {
         return false;
     }
     m_state->deathRecipients.push_back(std::move(recipient));
@@ -396,19 +461,31 @@ bool World::registerForProxyDeath(std::weak_ptr<DeathRecipient> recipient) {
 bool World::startScan(const std::vector<ScanFilter>* filters,
                       const android::bluetooth::le::ScanSettings& settings, BatchCallback batch,
                       std::function<void(int)> failure, ResultCallback result, int instance) {
+    // Declared before the lock: a refused start's callbacks die after it.
+    auto callbacks = std::make_shared<ScanCallbacks>(
+        ScanCallbacks{std::move(batch), std::move(failure), std::move(result)});
     std::lock_guard<std::mutex> lock(m_mutex);
+    ScanRequest request{true, instance, filters != nullptr ? *filters : std::vector<ScanFilter>(),
+                        settings, false};
+    const bool admitted = admitLocked(ProxyCall::StartScan);
+    // A start made to fail is refused, or accepted and then reported by the failure callback.
+    const bool failsLater = !admitted && m_state->ready &&
+                            m_state->faults.scanStartFailure == ScanStartFailure::Callback;
     // A stack refuses to start a scan that is already running.
-    if (!m_state->ready || m_state->scan) {
+    request.accepted = (admitted || failsLater) && !m_state->scan;
+    m_state->scanRequests.push_back(request);
+    if (!request.accepted) {
         return false;
     }
-    if (m_state->faults.failScanStarts > 0) {
-        --m_state->faults.failScanStarts;
-        return false;
+    if (failsLater) {
+        m_deliveries.postAfter(callbacks.get(), util::Clock::Duration::zero(), [callbacks] {
+            if (callbacks->failure) {
+                callbacks->failure(kScanFailedRegistration);
+            }
+        });
+        return true;
     }
-    m_state->scan =
-        Scan{instance,           filters != nullptr ? *filters : std::vector<ScanFilter>(),
-             settings,           std::move(batch),
-             std::move(failure), std::move(result)};
+    m_state->scan = Scan{instance, std::move(request.filters), settings, callbacks};
     ++m_state->generation;
     // Tags do not advertise in step: each starts at its own point of its interval.
     int phase = 0;
@@ -424,7 +501,9 @@ bool World::stopScan(int instance) {
     // Declared before the lock, so the library's callbacks it takes die after the lock is gone.
     std::optional<Scan> stopped;
     std::lock_guard<std::mutex> lock(m_mutex);
-    if (!m_state->ready) {
+    const bool accepted = admitLocked(ProxyCall::StopScan);
+    m_state->scanRequests.push_back(ScanRequest{false, instance, {}, std::nullopt, accepted});
+    if (!accepted) {
         return false;
     }
     if (m_state->scan && m_state->scan->instance == instance) {
@@ -436,7 +515,7 @@ bool World::stopScan(int instance) {
 
 bool World::registerConnectivity(std::shared_ptr<Connectivity> callback) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    if (!m_state->ready || !callback) {
+    if (!admitLocked(ProxyCall::RegisterConnectivity) || !callback) {
         return false;
     }
     m_state->connectivity.push_back(std::move(callback));
@@ -446,9 +525,12 @@ bool World::registerConnectivity(std::shared_ptr<Connectivity> callback) {
 bool World::deregisterConnectivity(const std::shared_ptr<Connectivity>& callback) {
     std::shared_ptr<Connectivity> removed;  // dies after the lock, as in stopScan()
     std::lock_guard<std::mutex> lock(m_mutex);
+    if (!admitLocked(ProxyCall::DeregisterConnectivity)) {
+        return false;
+    }
     auto& callbacks = m_state->connectivity;
     const auto found = std::find(callbacks.begin(), callbacks.end(), callback);
-    if (!m_state->ready || found == callbacks.end()) {
+    if (found == callbacks.end()) {
         return false;
     }
     removed = std::move(*found);
@@ -458,7 +540,7 @@ bool World::deregisterConnectivity(const std::shared_ptr<Connectivity>& callback
 
 bool World::pairedDevices(std::vector<RemoteDeviceAdapter>& out) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    if (!m_state->ready || m_state->faults.failPairedDeviceQuery) {
+    if (!admitLocked(ProxyCall::GetPairedDevices)) {
         return false;
     }
     for (const auto& entry : m_state->tags) {

@@ -19,7 +19,7 @@
 #include <frameworklink/managers/IAndroidBTGattCallback.h>
 #include <frameworklink/managers/IConnectivityEventCallback.h>
 
-#include "bluetooth/EventLoop.h"
+#include "delivery/DeliveryPool.h"
 #include "tracker/util/Clock.h"
 
 namespace tracker {
@@ -40,21 +40,74 @@ struct TagSpec {
     std::optional<com::orvane::frameworklink::interfaces::RemoteDeviceAdapter> pairing;
 };
 
-// GATT answers whose status, delivery or connection id tests can choose.
-enum class GattAnswer { Connect, Discover, Read, Write, DescriptorWrite, Disconnect };
+// The proxy's operations, for failing the next calls and counting them.
+enum class ProxyCall {
+    Initialize,
+    RegisterForProxyDeath,
+    StartScan,
+    StopScan,
+    ConnectGatt,
+    Disconnect,
+    DiscoverServices,
+    GetServices,
+    Close,
+    ReadCharacteristic,
+    WriteCharacteristic,
+    SetCharacteristicNotification,
+    RegisterConnectivity,
+    DeregisterConnectivity,
+    GetPairedDevices,
+};
+
+// GATT answers whose status, content or delivery tests can choose.
+enum class GattAnswer { Connect, Discover, Read, Write, DescriptorWrite, Disconnect, Notification };
+
+// What an answer can be made to lack: the value of a read, a notification or a descriptor
+// write, or the characteristic a written descriptor belongs to.
+enum class Missing { Value, Characteristic };
+
+// How a failed scan start shows: startBLEScan returns false, or it returns true and the scan's
+// failure callback reports the error.
+enum class ScanStartFailure { Refused, Callback };
+
+// A start or stop of a scan, as the library asked for it.
+struct ScanRequest {
+    bool start;
+    int instance;
+    std::vector<android::bluetooth::le::ScanFilter> filters;       // starts only
+    std::optional<android::bluetooth::le::ScanSettings> settings;  // starts only
+    bool accepted;                                                 // what the call returned
+};
 
 // The simulated Bluetooth world behind AndroidBTProxyManager: tags that advertise, connect and
 // answer GATT requests, the scan the library runs, pairing, and the faults a device shows.
 //
-// Everything the platform reports arrives on the world's EventLoop thread, timed by the clock
-// seam. Control calls may come from any thread; m_mutex guards all state, and no callback into
-// the library runs while it is held.
+// Everything the platform reports arrives on the delivery pool's threads, timed by the clock
+// seam: calls on one callback object (a scan's callbacks, one GATT connection's callback, a
+// connectivity callback, a death recipient) in order, different objects possibly at once.
+// Control calls may come from any thread; m_mutex guards all state, and no callback into the
+// library runs, nor is any of its objects released, while it is held.
+//
+// The stack's rules, as a device applies them:
+// - A scan's failure callback ends that scan: no results follow, and a new start works.
+// - GATT: one request per connection at a time; nothing arrives for a connection after its
+//   disconnection was reported or after close(); a lost link is reported once. A connection to
+//   a tag that is absent, out of range or not connectable stays pending until the tag can be
+//   reached, and fails with status 133 after 30 s. A request left unanswered for 30 s drops
+//   the link (status 22); a tag out of range drops the link at the next supervision check
+//   (every second, status 8). Characteristic properties are honoured: reads need the read
+//   property, writes a write property, notifications notify or indicate and the configuration
+//   descriptor, whose write is 01 00 (notify), 02 00 (indicate only) or 00 00.
 class World {
   public:
+    // Fails every call from now on (for failNext).
+    static constexpr int kEveryCall = -1;
+
     // The process-wide world (never destroyed).
     static World& instance();
 
     // Back to a fresh world: no tags, no scan, no connections, no faults, proxy uninitialised.
+    // Waits for the deliveries in progress.
     void reset();
 
     // --- the world -------------------------------------------------------------------------
@@ -64,10 +117,18 @@ class World {
     bool moveTag(const std::string& address, double metres);
     // The tag sends one advertisement now, as if it had just advertised.
     bool advertiseOnce(const std::string& address);
+    // An advertisement from anywhere (a replayed capture, a benchmark): reaches the running scan
+    // now if it passes the scan's filters, whatever the range. False without a scan.
+    bool injectAdvertisement(const std::string& address, std::vector<uint8_t> advertisement,
+                             int rssi);
+    // Sees every scan result just before the library's callback gets it (a sniffer's view).
+    void setRadioTap(std::function<void(const android::bluetooth::le::ScanResult&)> tap);
     // The tag sends a notification of the characteristic's new value to every connection that
     // enabled notifications for it.
     bool notifyValue(const std::string& address, const android::os::ParcelUuid& service,
                      const android::os::ParcelUuid& characteristic, std::vector<uint8_t> value);
+    // The tag ends its links (status 19: the remote device terminated the connection).
+    bool peerDisconnect(const std::string& address, int status = 19);
     // The pairing state changes: registered connectivity callbacks hear of it.
     bool setPairState(const std::string& address, int state);
     // Beyond this distance a tag is neither heard nor connectable (default 30 m).
@@ -76,32 +137,42 @@ class World {
     static int rssiAt(int txPower, double metres);
 
     // --- faults ----------------------------------------------------------------------------
-    void failNextInitializations(int count);
-    void failNextScanStarts(int count);
-    // The running scan reports this error through its failure callback.
+    // The next `count` calls of that operation return false (kEveryCall: all of them).
+    void failNext(ProxyCall call, int count = 1);
+    void failNextScanStarts(int count, ScanStartFailure how = ScanStartFailure::Refused);
+    // The running scan fails with this error, through its failure callback, and ends.
     void reportScanFailure(int errorCode);
-    // The proxy dies: recipients are told on the world's thread, the scan and every connection
-    // end, and every call fails until initialize() succeeds again.
+    // The proxy dies: recipients are told, the scan and every connection end, and every call
+    // fails until initialize() succeeds again.
     void killProxy();
     // The next answer of that kind carries this status.
     void setNextStatus(GattAnswer answer, int status);
     // The next connectGatt succeeds with this connection id (e.g. -1).
     void setNextConnectionId(int connId);
-    // The next answer of that kind never comes, or comes after `delay`.
+    // The next answer of that kind never comes, comes after `delay`, comes twice, or lacks
+    // something.
     void dropNext(GattAnswer answer);
     void delayNext(GattAnswer answer, util::Clock::Duration delay);
-    void failPairedDeviceQuery(bool fail);
+    void duplicateNext(GattAnswer answer);
+    void stripNext(GattAnswer answer, Missing what);
+    // An answer of that kind on the connection that no request asked for: a read, write,
+    // notification or descriptor write of the first characteristic that allows it, a discovery
+    // or a connection report. False for an unknown connection.
+    bool sendUnsolicited(int connId, GattAnswer answer);
 
-    // Returns once the world's thread has delivered everything due by now (false if that took
-    // longer than `limit` of real time). With a ManualClock: advance it, then call this.
+    // Returns once everything due by now has been delivered (false if that took longer than
+    // `limit` of real time). With a ManualClock: advance it, then call this.
     bool barrier(std::chrono::milliseconds limit);
 
     // --- what the library asked for --------------------------------------------------------
     bool proxyReady() const;
-    int initializeCalls() const;
+    // How often the library called the operation, whatever the outcome.
+    int calls(ProxyCall call) const;
     bool scanning() const;
     std::vector<android::bluetooth::le::ScanFilter> scanFilters() const;
     std::optional<android::bluetooth::le::ScanSettings> scanSettings() const;
+    // Every start and stop, in order.
+    std::vector<ScanRequest> scanRequests() const;
     std::vector<int> openConnections() const;
 
     // --- the platform side (AndroidBTProxyManager forwards here) ---------------------------
@@ -143,30 +214,42 @@ class World {
     struct State;
 
     World();
+    // Counts the call; false when the proxy is not ready or the call was made to fail.
+    bool admitLocked(ProxyCall call);
     std::shared_ptr<Tag> findTagLocked(const std::string& address) const;
     double distanceLocked(const Tag& tag) const;
     bool inRangeLocked(const Tag& tag) const;
     void scheduleAdvertisingLocked(const std::shared_ptr<Tag>& tag, util::Clock::Duration after);
     void deliverAdvertisement(const std::shared_ptr<Tag>& tag, uint64_t generation, bool repeat);
+    // Hands a result to the running scan if it passes the scan's filters.
+    void deliverToScanLocked(android::bluetooth::le::ScanResult result);
+    // Ends the running scan, reporting errorCode through its failure callback.
+    void failScanLocked(int errorCode);
+
+    // --- GATT (WorldGatt.cpp) ---------------------------------------------------------------
     int takeStatusLocked(GattAnswer answer, int normal);
     // Posts an answer on a connection, honouring the faults for its kind. At delivery it is
-    // dropped if the connection was closed meanwhile, turns into a link loss if the tag has
-    // walked out of range, and otherwise applies `update` (if any) under the lock, then makes
-    // `call` on the connection's callback without it.
-    void answerLocked(GattAnswer answer, int connId, std::function<void(Connection&)> update,
-                      std::function<void(Gatt&)> call);
-    // The connection drops with a link time-out, as when its tag walks out of range.
-    void loseLinkLocked(Connection& connection);
+    // dropped if the connection was closed or its disconnection reported meanwhile; otherwise
+    // `update` (if any) runs under the lock, then `call` on the connection's callback without
+    // it. `request` names the request the answer ends (0: none).
+    void answerLocked(GattAnswer answer, int connId, uint64_t request,
+                      std::function<void(Connection&)> update, std::function<void(Gatt&)> call);
+    // The link goes down with this status, reported once.
+    void linkDownLocked(int connId, int status);
+    // Checks a connection every second while it is pending or up (see the class comment).
+    void superviseLocked(int connId);
+    void tryConnectLocked(int connId);
     Connection* connectionLocked(int connId);
-    // A connected connection with no request outstanding, now marked busy; null otherwise.
-    Connection* takeForRequestLocked(int connId);
+    // A connected connection with no request outstanding, now waiting for one: a request id
+    // (0 if refused). The stack gives up on it after 30 s.
+    uint64_t startRequestLocked(int connId);
     // The characteristic a request names on that connection; null if there is none.
     android::bluetooth::BluetoothGattCharacteristic* findCharacteristicLocked(
         int connId, const android::bluetooth::BluetoothGattCharacteristic& wanted);
 
     mutable std::mutex m_mutex;
     std::unique_ptr<State> m_state;
-    EventLoop m_loop;
+    DeliveryPool m_deliveries{4};
 };
 
 }  // namespace sim

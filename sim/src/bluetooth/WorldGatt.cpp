@@ -21,11 +21,39 @@ using Gatt = com::orvane::frameworklink::managers::IAndroidBTGattCallback;
 
 // How long a tag takes to answer a GATT request.
 constexpr std::chrono::milliseconds kGattLatency{10};
+// How often the stack looks at a pending or established link.
+constexpr std::chrono::seconds kSupervisionInterval{1};
+// How long the stack waits for a connection to be established or a request to be answered.
+constexpr std::chrono::seconds kStackTimeout{30};
 // Platform statuses the world answers with.
 constexpr int kGattError = 133;
-constexpr int kConnectionTimeout = 8;
+constexpr int kLinkTimeout = 8;
+constexpr int kLocalHostTerminated = 22;
+
 const ParcelUuid kConfigurationDescriptor =
     ParcelUuid::fromString("00002902-0000-1000-8000-00805f9b34fb");
+
+bool allows(const BluetoothGattCharacteristic& characteristic, int properties) {
+    return (characteristic.getProperties() & properties) != 0;
+}
+
+const BluetoothGattDescriptor* configurationOf(const BluetoothGattCharacteristic& c) {
+    const auto& descriptors = c.getDescriptors();
+    const auto found = std::find_if(
+        descriptors.begin(), descriptors.end(),
+        [](const BluetoothGattDescriptor& d) { return d.getUuid() == kConfigurationDescriptor; });
+    return found != descriptors.end() ? &*found : nullptr;
+}
+
+// Notifications switch on with 01 00; a characteristic that can only indicate takes 02 00.
+std::vector<uint8_t> configurationValue(const BluetoothGattCharacteristic& c, bool enable) {
+    if (!enable) {
+        return {0x00, 0x00};
+    }
+    return {
+        static_cast<uint8_t>(allows(c, BluetoothGattCharacteristic::PROPERTY_NOTIFY) ? 0x01 : 0x02),
+        0x00};
+}
 
 }  // namespace
 
@@ -40,50 +68,114 @@ int World::takeStatusLocked(GattAnswer answer, int normal) {
     return status;
 }
 
-void World::answerLocked(GattAnswer answer, int connId, std::function<void(Connection&)> update,
-                         std::function<void(Gatt&)> call) {
-    auto& delivery = m_state->faults.delivery;
+void World::answerLocked(GattAnswer answer, int connId, uint64_t request,
+                         std::function<void(Connection&)> update, std::function<void(Gatt&)> call) {
+    Faults& faults = m_state->faults;
     util::Clock::Duration delay = kGattLatency;
-    const auto found = delivery.find(answer);
-    if (found != delivery.end()) {
-        const std::optional<util::Clock::Duration> chosen = found->second;
-        delivery.erase(found);
-        if (!chosen) {
-            return;  // dropped: the answer never comes, and the connection stays busy
+    const auto chosen = faults.delivery.find(answer);
+    if (chosen != faults.delivery.end()) {
+        const std::optional<util::Clock::Duration> delivery = chosen->second;
+        faults.delivery.erase(chosen);
+        if (!delivery) {
+            return;  // dropped: the answer never comes
         }
-        delay = *chosen;
+        delay = *delivery;
     }
-    Connection* connection = connectionLocked(connId);
-    const std::shared_ptr<Gatt> callback = connection->callback;
-    const bool linkAnswer = answer == GattAnswer::Connect || answer == GattAnswer::Disconnect;
-    m_loop.postAfter(delay, [this, connId, callback, linkAnswer, update, call] {
-        {
-            std::lock_guard<std::mutex> lock(m_mutex);
-            Connection* current = connectionLocked(connId);
-            if (current == nullptr || current->callback != callback) {
-                return;  // closed meanwhile: no callback follows a close
+    const bool twice = faults.duplicate.erase(answer) > 0;
+    const std::shared_ptr<Gatt> callback = connectionLocked(connId)->callback;
+    const auto deliver = [this, connId, request, callback,
+                          call](std::function<void(Connection&)> apply) {
+        return [this, connId, request, callback, call, apply] {
+            {
+                std::lock_guard<std::mutex> lock(m_mutex);
+                Connection* current = connectionLocked(connId);
+                // Closed, replaced, or its disconnection already reported: nothing follows.
+                if (current == nullptr || current->callback != callback || current->downReported) {
+                    return;
+                }
+                if (request != 0 && current->outstanding == request) {
+                    current->outstanding = 0;
+                }
+                if (apply) {
+                    apply(*current);
+                }
             }
-            current->busy = false;
-            const std::shared_ptr<Tag> tag = findTagLocked(current->address);
-            if (!linkAnswer && current->connected && !(tag && inRangeLocked(*tag))) {
-                loseLinkLocked(*current);
+            call(*callback);
+        };
+    };
+    m_deliveries.postAfter(callback.get(), delay, deliver(std::move(update)));
+    if (twice) {
+        // The stack's state changed with the first; the second only repeats the call.
+        m_deliveries.postAfter(callback.get(), delay, deliver(nullptr));
+    }
+}
+
+void World::linkDownLocked(int connId, int status) {
+    Connection* connection = connectionLocked(connId);
+    connection->link = Connection::Link::Down;
+    connection->outstanding = 0;
+    const std::shared_ptr<Gatt> callback = connection->callback;
+    m_deliveries.postAfter(
+        callback.get(), util::Clock::Duration::zero(), [this, connId, callback, status] {
+            {
+                std::lock_guard<std::mutex> lock(m_mutex);
+                Connection* current = connectionLocked(connId);
+                if (current == nullptr || current->callback != callback || current->downReported) {
+                    return;
+                }
+                current->downReported = true;
+            }
+            callback->onConnectionStateChange(status, Gatt::STATE_DISCONNECTED);
+        });
+}
+
+void World::superviseLocked(int connId) {
+    const std::shared_ptr<Gatt> callback = connectionLocked(connId)->callback;
+    m_deliveries.postAfter(callback.get(), kSupervisionInterval, [this, connId, callback] {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        Connection* current = connectionLocked(connId);
+        if (current == nullptr || current->callback != callback ||
+            current->link == Connection::Link::Down) {
+            return;
+        }
+        if (current->link == Connection::Link::Connecting) {
+            if (util::Clock::current()->now() >= current->connectDeadline) {
+                linkDownLocked(connId, kGattError);
                 return;
             }
-            if (update) {
-                update(*current);
+            tryConnectLocked(connId);
+        } else {
+            const std::shared_ptr<Tag> tag = findTagLocked(current->address);
+            if (!(tag && inRangeLocked(*tag))) {
+                linkDownLocked(connId, kLinkTimeout);
+                return;
             }
         }
-        call(*callback);
+        superviseLocked(connId);
     });
 }
 
-void World::loseLinkLocked(Connection& connection) {
-    connection.connected = false;
-    connection.busy = false;
-    const std::shared_ptr<Gatt> callback = connection.callback;
-    m_loop.postAfter(util::Clock::Duration::zero(), [callback] {
-        callback->onConnectionStateChange(kConnectionTimeout, Gatt::STATE_DISCONNECTED);
-    });
+void World::tryConnectLocked(int connId) {
+    Connection* connection = connectionLocked(connId);
+    if (connection->link != Connection::Link::Connecting || connection->connectAnswered) {
+        return;
+    }
+    const std::shared_ptr<Tag> tag = findTagLocked(connection->address);
+    if (!(tag && tag->tagSpec.connectable && inRangeLocked(*tag))) {
+        return;  // the stack keeps trying until its time-out
+    }
+    connection->connectAnswered = true;
+    const int status = takeStatusLocked(GattAnswer::Connect, 0);
+    const int newState = status == 0 ? Gatt::STATE_CONNECTED : Gatt::STATE_DISCONNECTED;
+    answerLocked(
+        GattAnswer::Connect, connId, 0,
+        [status](Connection& current) {
+            if (current.link == Connection::Link::Connecting) {
+                current.link = status == 0 ? Connection::Link::Connected : Connection::Link::Down;
+            }
+            current.downReported = status != 0;
+        },
+        [status, newState](Gatt& gatt) { gatt.onConnectionStateChange(status, newState); });
 }
 
 World::Connection* World::connectionLocked(int connId) {
@@ -91,13 +183,24 @@ World::Connection* World::connectionLocked(int connId) {
     return found != m_state->connections.end() ? &found->second : nullptr;
 }
 
-World::Connection* World::takeForRequestLocked(int connId) {
+uint64_t World::startRequestLocked(int connId) {
     Connection* connection = connectionLocked(connId);
-    if (!m_state->ready || connection == nullptr || !connection->connected || connection->busy) {
-        return nullptr;
+    if (connection == nullptr || connection->link != Connection::Link::Connected ||
+        connection->outstanding != 0) {
+        return 0;
     }
-    connection->busy = true;
-    return connection;
+    const uint64_t request = m_state->nextRequest++;
+    connection->outstanding = request;
+    const std::shared_ptr<Gatt> callback = connection->callback;
+    m_deliveries.postAfter(callback.get(), kStackTimeout, [this, connId, callback, request] {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        Connection* current = connectionLocked(connId);
+        if (current != nullptr && current->callback == callback &&
+            current->outstanding == request && current->link == Connection::Link::Connected) {
+            linkDownLocked(connId, kLocalHostTerminated);
+        }
+    });
+    return request;
 }
 
 BluetoothGattCharacteristic* World::findCharacteristicLocked(
@@ -123,38 +226,39 @@ BluetoothGattCharacteristic* World::findCharacteristicLocked(
 bool World::connectGatt(const std::string& address, std::shared_ptr<Gatt> callback, int& connId) {
     std::optional<Connection> replaced;  // a reused id's old connection dies after the lock
     std::lock_guard<std::mutex> lock(m_mutex);
-    if (!m_state->ready || !callback) {
+    if (!admitLocked(ProxyCall::ConnectGatt) || !callback) {
         return false;
     }
     Faults& faults = m_state->faults;
     connId = faults.nextConnectionId.value_or(m_state->nextConnectionId++);
     faults.nextConnectionId.reset();
-    const std::shared_ptr<Tag> tag = findTagLocked(address);
-    const bool reachable = tag && tag->tagSpec.connectable && inRangeLocked(*tag);
-    const int status = takeStatusLocked(GattAnswer::Connect, reachable ? 0 : kGattError);
-    const int newState = status == 0 ? Gatt::STATE_CONNECTED : Gatt::STATE_DISCONNECTED;
     Connection connection;
     connection.address = normalisedAddress(address);
-    connection.callback = callback;
+    connection.callback = std::move(callback);
+    connection.connectDeadline = util::Clock::current()->now() + kStackTimeout;
     Connection& slot = m_state->connections[connId];
     replaced = std::move(slot);
     slot = std::move(connection);
-    answerLocked(
-        GattAnswer::Connect, connId,
-        [newState](Connection& current) { current.connected = newState == Gatt::STATE_CONNECTED; },
-        [status, newState](Gatt& gatt) { gatt.onConnectionStateChange(status, newState); });
+    tryConnectLocked(connId);
+    superviseLocked(connId);
     return true;
 }
 
 bool World::disconnect(int connId) {
     std::lock_guard<std::mutex> lock(m_mutex);
     Connection* connection = connectionLocked(connId);
-    if (!m_state->ready || connection == nullptr) {
+    if (!admitLocked(ProxyCall::Disconnect) || connection == nullptr) {
         return false;
     }
+    if (connection->link == Connection::Link::Down) {
+        return true;  // already down: the stack has nothing more to report
+    }
+    // A pending connection is cancelled, an established one closed; either is reported once.
+    connection->link = Connection::Link::Down;
+    connection->outstanding = 0;
     const int status = takeStatusLocked(GattAnswer::Disconnect, 0);
     answerLocked(
-        GattAnswer::Disconnect, connId, [](Connection& current) { current.connected = false; },
+        GattAnswer::Disconnect, connId, 0, [](Connection& current) { current.downReported = true; },
         [status](Gatt& gatt) { gatt.onConnectionStateChange(status, Gatt::STATE_DISCONNECTED); });
     return true;
 }
@@ -163,7 +267,7 @@ bool World::close(int connId) {
     std::optional<Connection> closed;  // dies after the lock: it holds the library's callback
     std::lock_guard<std::mutex> lock(m_mutex);
     const auto found = m_state->connections.find(connId);
-    if (found == m_state->connections.end()) {
+    if (!admitLocked(ProxyCall::Close) || found == m_state->connections.end()) {
         return false;
     }
     closed = std::move(found->second);
@@ -173,13 +277,16 @@ bool World::close(int connId) {
 
 bool World::discoverServices(int connId) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    Connection* connection = takeForRequestLocked(connId);
-    if (connection == nullptr) {
+    if (!admitLocked(ProxyCall::DiscoverServices)) {
+        return false;
+    }
+    const uint64_t request = startRequestLocked(connId);
+    if (request == 0) {
         return false;
     }
     const int status = takeStatusLocked(GattAnswer::Discover, 0);
     answerLocked(
-        GattAnswer::Discover, connId,
+        GattAnswer::Discover, connId, request,
         [this, status](Connection& current) {
             if (status != 0) {
                 return;
@@ -201,7 +308,7 @@ bool World::discoverServices(int connId) {
 bool World::getServices(int connId, std::vector<BluetoothGattService>& out) {
     std::lock_guard<std::mutex> lock(m_mutex);
     Connection* connection = connectionLocked(connId);
-    if (!m_state->ready || connection == nullptr || !connection->discovered) {
+    if (!admitLocked(ProxyCall::GetServices) || connection == nullptr || !connection->discovered) {
         return false;
     }
     out = connection->services;
@@ -210,8 +317,15 @@ bool World::getServices(int connId, std::vector<BluetoothGattService>& out) {
 
 bool World::readCharacteristic(int connId, const BluetoothGattCharacteristic& characteristic) {
     std::lock_guard<std::mutex> lock(m_mutex);
+    if (!admitLocked(ProxyCall::ReadCharacteristic)) {
+        return false;
+    }
     BluetoothGattCharacteristic* target = findCharacteristicLocked(connId, characteristic);
-    if (target == nullptr || takeForRequestLocked(connId) == nullptr) {
+    if (target == nullptr || !allows(*target, BluetoothGattCharacteristic::PROPERTY_READ)) {
+        return false;
+    }
+    const uint64_t request = startRequestLocked(connId);
+    if (request == 0) {
         return false;
     }
     BluetoothGattCharacteristic answer = *target;
@@ -219,16 +333,28 @@ bool World::readCharacteristic(int connId, const BluetoothGattCharacteristic& ch
     if (!answer.getValue()) {
         answer.setValue(std::make_shared<ParcelByteArray>());
     }
+    if (m_state->faults.missing.erase(GattAnswer::Read) > 0) {
+        answer.setValue(nullptr);
+    }
     const int status = takeStatusLocked(GattAnswer::Read, 0);
-    answerLocked(GattAnswer::Read, connId, nullptr,
+    answerLocked(GattAnswer::Read, connId, request, nullptr,
                  [answer, status](Gatt& gatt) { gatt.onCharacteristicRead(answer, status); });
     return true;
 }
 
 bool World::writeCharacteristic(int connId, const BluetoothGattCharacteristic& characteristic) {
     std::lock_guard<std::mutex> lock(m_mutex);
+    if (!admitLocked(ProxyCall::WriteCharacteristic)) {
+        return false;
+    }
     BluetoothGattCharacteristic* target = findCharacteristicLocked(connId, characteristic);
-    if (target == nullptr || takeForRequestLocked(connId) == nullptr) {
+    if (target == nullptr ||
+        !allows(*target, BluetoothGattCharacteristic::PROPERTY_WRITE |
+                             BluetoothGattCharacteristic::PROPERTY_WRITE_NO_RESPONSE)) {
+        return false;
+    }
+    const uint64_t request = startRequestLocked(connId);
+    if (request == 0) {
         return false;
     }
     const int status = takeStatusLocked(GattAnswer::Write, 0);
@@ -236,7 +362,7 @@ bool World::writeCharacteristic(int connId, const BluetoothGattCharacteristic& c
         target->setValue(std::make_shared<ParcelByteArray>(*characteristic.getValue()));
     }
     const BluetoothGattCharacteristic answer = *target;
-    answerLocked(GattAnswer::Write, connId, nullptr,
+    answerLocked(GattAnswer::Write, connId, request, nullptr,
                  [answer, status](Gatt& gatt) { gatt.onCharacteristicWrite(answer, status); });
     return true;
 }
@@ -245,26 +371,37 @@ bool World::setCharacteristicNotification(int connId,
                                           const BluetoothGattCharacteristic& characteristic,
                                           bool enable) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    BluetoothGattCharacteristic* target = findCharacteristicLocked(connId, characteristic);
-    if (target == nullptr) {
+    if (!admitLocked(ProxyCall::SetCharacteristicNotification)) {
         return false;
     }
-    const auto& descriptors = target->getDescriptors();
-    const auto configuration = std::find_if(
-        descriptors.begin(), descriptors.end(),
-        [](const BluetoothGattDescriptor& d) { return d.getUuid() == kConfigurationDescriptor; });
-    // Without its configuration descriptor a characteristic cannot notify.
-    if (configuration == descriptors.end() || takeForRequestLocked(connId) == nullptr) {
+    BluetoothGattCharacteristic* target = findCharacteristicLocked(connId, characteristic);
+    const BluetoothGattDescriptor* configuration =
+        target != nullptr ? configurationOf(*target) : nullptr;
+    if (configuration == nullptr ||
+        !allows(*target, BluetoothGattCharacteristic::PROPERTY_NOTIFY |
+                             BluetoothGattCharacteristic::PROPERTY_INDICATE)) {
+        return false;
+    }
+    const uint64_t request = startRequestLocked(connId);
+    if (request == 0) {
         return false;
     }
     const int status = takeStatusLocked(GattAnswer::DescriptorWrite, 0);
     const int instanceId = target->getInstanceId();
     BluetoothGattDescriptor written = *configuration;
-    written.setValue(std::make_shared<ParcelByteArray>(
-        std::vector<uint8_t>{static_cast<uint8_t>(enable ? 0x01 : 0x00), 0x00}));
+    written.setValue(std::make_shared<ParcelByteArray>(configurationValue(*target, enable)));
     written.setCharacteristic(std::make_shared<BluetoothGattCharacteristic>(*target));
+    const auto missing = m_state->faults.missing.find(GattAnswer::DescriptorWrite);
+    if (missing != m_state->faults.missing.end()) {
+        if (missing->second == Missing::Value) {
+            written.setValue(nullptr);
+        } else {
+            written.setCharacteristic(nullptr);
+        }
+        m_state->faults.missing.erase(missing);
+    }
     answerLocked(
-        GattAnswer::DescriptorWrite, connId,
+        GattAnswer::DescriptorWrite, connId, request,
         [status, enable, instanceId](Connection& current) {
             if (status != 0) {
                 return;
@@ -286,7 +423,7 @@ bool World::notifyValue(const std::string& address, const ParcelUuid& service,
     bool sent = false;
     for (auto& entry : m_state->connections) {
         Connection& connection = entry.second;
-        if (connection.address != tag || !connection.connected) {
+        if (connection.address != tag || connection.link != Connection::Link::Connected) {
             continue;
         }
         for (BluetoothGattService& known : connection.services) {
@@ -299,24 +436,93 @@ bool World::notifyValue(const std::string& address, const ParcelUuid& service,
                     continue;
                 }
                 candidate.setValue(std::make_shared<ParcelByteArray>(value));
-                const BluetoothGattCharacteristic changed = candidate;
-                const std::shared_ptr<Gatt> callback = connection.callback;
-                const int connId = entry.first;
-                m_loop.postAfter(kGattLatency, [this, connId, callback, changed] {
-                    {
-                        std::lock_guard<std::mutex> inner(m_mutex);
-                        Connection* current = connectionLocked(connId);
-                        if (current == nullptr || current->callback != callback) {
-                            return;
-                        }
-                    }
-                    callback->onCharacteristicChanged(changed);
-                });
+                BluetoothGattCharacteristic changed = candidate;
+                if (m_state->faults.missing.erase(GattAnswer::Notification) > 0) {
+                    changed.setValue(nullptr);
+                }
+                answerLocked(GattAnswer::Notification, entry.first, 0, nullptr,
+                             [changed](Gatt& gatt) { gatt.onCharacteristicChanged(changed); });
                 sent = true;
             }
         }
     }
     return sent;
+}
+
+bool World::peerDisconnect(const std::string& address, int status) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    const std::string tag = normalisedAddress(address);
+    bool ended = false;
+    for (auto& entry : m_state->connections) {
+        if (entry.second.address == tag && entry.second.link == Connection::Link::Connected) {
+            linkDownLocked(entry.first, status);
+            ended = true;
+        }
+    }
+    return ended;
+}
+
+bool World::sendUnsolicited(int connId, GattAnswer answer) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    Connection* connection = connectionLocked(connId);
+    if (connection == nullptr) {
+        return false;
+    }
+    switch (answer) {
+        case GattAnswer::Connect:
+            answerLocked(answer, connId, 0, nullptr, [](Gatt& gatt) {
+                gatt.onConnectionStateChange(0, Gatt::STATE_CONNECTED);
+            });
+            return true;
+        case GattAnswer::Disconnect:
+            linkDownLocked(connId, 0);
+            return true;
+        case GattAnswer::Discover:
+            answerLocked(answer, connId, 0, nullptr,
+                         [](Gatt& gatt) { gatt.onServicesDiscovered(0); });
+            return true;
+        default:
+            break;
+    }
+    // The first characteristic the answer can be about, from what discovery found or else from
+    // the tag's own database.
+    const std::shared_ptr<Tag> tag = findTagLocked(connection->address);
+    const std::vector<BluetoothGattService>& services =
+        connection->discovered || !tag ? connection->services : tag->tagSpec.gatt;
+    const int wanted = answer == GattAnswer::Read    ? BluetoothGattCharacteristic::PROPERTY_READ
+                       : answer == GattAnswer::Write ? BluetoothGattCharacteristic::PROPERTY_WRITE
+                                                     : BluetoothGattCharacteristic::PROPERTY_NOTIFY;
+    for (const BluetoothGattService& service : services) {
+        for (const BluetoothGattCharacteristic& candidate : service.getCharacteristics()) {
+            if (!allows(candidate, wanted)) {
+                continue;
+            }
+            const BluetoothGattCharacteristic about = candidate;
+            if (answer == GattAnswer::Read) {
+                answerLocked(answer, connId, 0, nullptr,
+                             [about](Gatt& gatt) { gatt.onCharacteristicRead(about, 0); });
+            } else if (answer == GattAnswer::Write) {
+                answerLocked(answer, connId, 0, nullptr,
+                             [about](Gatt& gatt) { gatt.onCharacteristicWrite(about, 0); });
+            } else if (answer == GattAnswer::Notification) {
+                answerLocked(answer, connId, 0, nullptr,
+                             [about](Gatt& gatt) { gatt.onCharacteristicChanged(about); });
+            } else {
+                const BluetoothGattDescriptor* configuration = configurationOf(about);
+                if (configuration == nullptr) {
+                    continue;
+                }
+                BluetoothGattDescriptor written = *configuration;
+                written.setValue(
+                    std::make_shared<ParcelByteArray>(configurationValue(about, true)));
+                written.setCharacteristic(std::make_shared<BluetoothGattCharacteristic>(about));
+                answerLocked(answer, connId, 0, nullptr,
+                             [written](Gatt& gatt) { gatt.onDescriptorWrite(written, 0); });
+            }
+            return true;
+        }
+    }
+    return false;
 }
 
 }  // namespace sim

@@ -19,8 +19,10 @@ class BluetoothGattCharacteristic {
 
     // Property bits as the platform defines them.
     static constexpr int PROPERTY_READ = 0x02;
+    static constexpr int PROPERTY_WRITE_NO_RESPONSE = 0x04;
     static constexpr int PROPERTY_WRITE = 0x08;
     static constexpr int PROPERTY_NOTIFY = 0x10;
+    static constexpr int PROPERTY_INDICATE = 0x20;
 
     BluetoothGattCharacteristic() = default;
     BluetoothGattCharacteristic(os::ParcelUuid uuid, int properties)
