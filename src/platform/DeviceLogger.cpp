@@ -4,6 +4,11 @@
 
 namespace tracker {
 
+bool DeviceLogger::isLoggable(const char* tag, int priority) {
+    // With no level configured for the tag, every priority is written.
+    return __android_log_is_loggable(priority, tag, ANDROID_LOG_VERBOSE) != 0;
+}
+
 #define TRACKER_DEVICE_LOG_LEVEL(letter, priority)                                          \
     int DeviceLogger::letter(const char* tag, const char* format, va_list args) {           \
         return __android_log_vprint(priority, tag, format, args);                           \

@@ -24,6 +24,10 @@ Log::Log(std::initializer_list<const char*> names) : m_tag(kTagPrefix) {
 
 Log::~Log() = default;
 
+bool Log::isLoggable(Level level) const {
+    return DeviceLogger::isLoggable(m_tag.c_str(), static_cast<int>(level));
+}
+
 // Each level is a printf-style entry that has to open its own va_list, and an exception entry;
 // one definition serves all five letters.
 #define TRACKER_LOG_LEVEL(letter)                                                     \

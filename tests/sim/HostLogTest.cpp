@@ -46,6 +46,18 @@ TEST(HostLog, LevelNamesAndSilence) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
+TEST(HostLog, LinesNobodyWouldSeeAreNotLoggable) {
+    setStderrThreshold(ANDROID_LOG_INFO);
+    EXPECT_FALSE(__android_log_is_loggable(ANDROID_LOG_DEBUG, "T", ANDROID_LOG_VERBOSE));
+    EXPECT_TRUE(__android_log_is_loggable(ANDROID_LOG_INFO, "T", ANDROID_LOG_VERBOSE));
+    {
+        LogCapture capture;  // a capture sees every line, so every line is loggable
+        EXPECT_TRUE(__android_log_is_loggable(ANDROID_LOG_VERBOSE, "T", ANDROID_LOG_VERBOSE));
+    }
+    EXPECT_FALSE(__android_log_is_loggable(ANDROID_LOG_VERBOSE, "T", ANDROID_LOG_VERBOSE));
+    EXPECT_LT(__android_log_print(ANDROID_LOG_DEBUG, "T", "dropped unformatted"), 0);
+}
+
 TEST(HostLog, CapturesAreIndependentAndWaitable) {
     LogCapture outer;
     {

@@ -25,6 +25,10 @@ class DeviceLogger {
     static int e(const char* tag, const char* format, va_list args)
         __attribute__((format(printf, 2, 0)));
 
+    // Whether the platform would write a line of this priority (2 to 6) and tag anywhere, so that
+    // a caller can skip building the arguments of one it would drop.
+    static bool isLoggable(const char* tag, int priority);
+
     // Writes "<message>: <error.what()>".
     static int v(const char* tag, const std::string& message, const std::exception& error);
     static int d(const char* tag, const std::string& message, const std::exception& error);

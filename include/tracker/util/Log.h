@@ -17,6 +17,9 @@ namespace util {
 // Thread-safety: immutable after construction; every operation may be called from any thread.
 class Log {
   public:
+    // The platform priorities of the five levels.
+    enum class Level { Verbose = 2, Debug = 3, Info = 4, Warn = 5, Error = 6 };
+
     // Tag = "TrackerD-" + name.
     explicit Log(std::string name);
     // Tag = "TrackerD-" + the names joined by ':'. The character after the last name is always
@@ -25,6 +28,9 @@ class Log {
     virtual ~Log();
 
     const std::string& tag() const { return m_tag; }
+    // Whether the platform would write a line of this level under this tag: ask before building
+    // costly arguments for a line that may well be dropped.
+    bool isLoggable(Level level) const;
 
     void v(const char* format, ...) const __attribute__((format(printf, 2, 3)));
     void d(const char* format, ...) const __attribute__((format(printf, 2, 3)));

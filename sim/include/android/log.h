@@ -24,6 +24,10 @@ int __android_log_vprint(int prio, const char* tag, const char* fmt, va_list ap)
     __attribute__((format(printf, 3, 0)));
 int __android_log_print(int prio, const char* tag, const char* fmt, ...)
     __attribute__((format(printf, 3, 4)));
+// Whether a line of this priority and tag would be written anywhere; default_prio is the level
+// that applies when the platform has none configured for the tag. Lines that would not be
+// written are dropped by the print functions above without being formatted.
+int __android_log_is_loggable(int prio, const char* tag, int default_prio);
 
 #ifdef __cplusplus
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -24,15 +25,20 @@ class Capture {
         Registry& live = registry();
         std::lock_guard<std::mutex> lock(live.mutex);
         live.captures.push_back(this);
+        live.count = live.captures.size();
     }
     ~Capture() {
         Registry& live = registry();
         std::lock_guard<std::mutex> lock(live.mutex);
         live.captures.erase(std::remove(live.captures.begin(), live.captures.end(), this),
                             live.captures.end());
+        live.count = live.captures.size();
     }
     Capture(const Capture&) = delete;
     Capture& operator=(const Capture&) = delete;
+
+    // Whether any capture would receive an entry now; cheap enough to ask before building one.
+    static bool anyLive() { return registry().count.load(std::memory_order_relaxed) > 0; }
 
     // Hands one entry to every live capture; the platform side calls this.
     static void publish(const Entry& entry) {
@@ -63,6 +69,7 @@ class Capture {
     struct Registry {
         std::mutex mutex;
         std::vector<Capture*> captures;
+        std::atomic<std::size_t> count{0};  // captures.size(), readable without the mutex
     };
     // Never destroyed: entries may still be published while other statics are torn down.
     static Registry& registry() {

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cctype>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -63,8 +64,16 @@ void printLine(const LogLine& line) {
 
 namespace {
 
+// Stderr shows it, or a test captures it.
+bool loggable(int priority) {
+    return priority >= stderrThreshold() || Capture<LogLine>::anyLive();
+}
+
 __attribute__((format(printf, 3, 0))) int writeLine(int priority, const char* tag,
                                                     const char* format, va_list args) {
+    if (!loggable(priority)) {
+        return -EPERM;
+    }
     LogLine line{priority, tag != nullptr ? tag : "", {}};
     if (format == nullptr) {
         return -1;
@@ -149,6 +158,10 @@ bool LogCapture::waitFor(const std::string& text, std::chrono::milliseconds limi
 
 extern "C" int __android_log_vprint(int prio, const char* tag, const char* fmt, va_list ap) {
     return tracker::sim::writeLine(prio, tag, fmt, ap);
+}
+
+extern "C" int __android_log_is_loggable(int prio, const char* /*tag*/, int /*default_prio*/) {
+    return tracker::sim::loggable(prio) ? 1 : 0;
 }
 
 extern "C" int __android_log_print(int prio, const char* tag, const char* fmt, ...) {
