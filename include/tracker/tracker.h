@@ -3,8 +3,16 @@
 // Every public header of trackerutil.
 
 #include "tracker/bluetooth/AndroidBLEBridge.h"
+#include "tracker/bluetooth/AndroidBTGattHandler.h"
 #include "tracker/bluetooth/BleUtils.h"
+#include "tracker/bluetooth/BluetoothManager.h"
+#include "tracker/bluetooth/BluetoothManagerClientInterface.h"
+#include "tracker/bluetooth/BluetoothManagerInterface.h"
 #include "tracker/bluetooth/BluetoothManagerScanFilter.h"
+#include "tracker/bluetooth/ConnectivityEventCallbackImpl.h"
+#include "tracker/bluetooth/IConnectivityEventCallback.h"
+#include "tracker/bluetooth/IRemoteDevice.h"
+#include "tracker/bluetooth/RemoteDeviceImpl.h"
 #include "tracker/bluetooth/TrackerBleTypes.h"
 #include "tracker/bluetooth/TrackerGattTypes.h"
 #include "tracker/bluetooth/TrackerScanFilter.h"

@@ -55,16 +55,15 @@ class EventLog {
     std::vector<std::thread::id> m_threads;
 };
 
-// A fresh simulated world on a ManualClock, with the proxy up, for each test. Nothing happens in
-// the world until the test moves time with settle().
-class SimulatedBluetooth : public ::testing::Test {
+// A fresh simulated world on a ManualClock, for each test. Nothing happens in the world until
+// the test moves time with settle(); sleeps pass at once, moving the time on by their length.
+class SimulatedWorld : public ::testing::Test {
   protected:
     using Proxy = com::orvane::frameworklink::managers::AndroidBTProxyManager;
 
     void SetUp() override {
         util::Clock::install(m_clock);
         world().reset();
-        ASSERT_TRUE(proxy().initialize(300));
     }
     void TearDown() override {
         world().reset();
@@ -81,6 +80,15 @@ class SimulatedBluetooth : public ::testing::Test {
     }
 
     std::shared_ptr<util::ManualClock> m_clock = std::make_shared<util::ManualClock>();
+};
+
+// The same, with the proxy initialised.
+class SimulatedBluetooth : public SimulatedWorld {
+  protected:
+    void SetUp() override {
+        SimulatedWorld::SetUp();
+        ASSERT_TRUE(proxy().initialize(300));
+    }
 };
 
 }  // namespace testing

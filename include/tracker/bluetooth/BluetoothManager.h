@@ -1,0 +1,161 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <map>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include <android/bluetooth/le/ScanResult.h>
+#include <frameworklink/managers/FrameworkLinkDeathRecipient.h>
+
+#include "tracker/bluetooth/BluetoothManagerInterface.h"
+#include "tracker/bluetooth/BluetoothManagerScanFilter.h"
+#include "tracker/bluetooth/TrackerScanFilter.h"
+#include "tracker/metrics/MetricsManager.h"
+#include "tracker/util/Executor.h"
+#include "tracker/util/Mutex.h"
+#include "tracker/util/Timer.h"
+
+namespace tracker {
+namespace util {
+namespace bluetooth {
+
+// The Bluetooth manager behind BluetoothManagerInterface::getInstance(). Logs under
+// "TrackerD-BluetoothManager".
+//
+// Threads and state:
+// - m_mutex guards the client registry. start, stop and reload hold it throughout, so they run
+//   one at a time; they never wait for the executor and never call a client under it.
+// - m_executor runs the discovery start task (with its retry sleeps), every scan result's
+//   routing, the proxy-death recovery and the removal of ended connections, one at a time.
+//   m_scanFilter and the two pair lists belong to it: only its tasks touch them, so routing
+//   needs no lock. The filter build copies the registry under m_mutex and asks the clients for
+//   their filters outside it.
+// - Platform scan callbacks only convert a result and queue it on m_executor.
+// - m_discoveryActive is atomic: client calls read it, executor tasks write it.
+// - The GATT connection table and the connectivity registrations are file-scope, each under
+//   its own mutex (BluetoothManagerGatt.cpp, BluetoothManagerConnectivity.cpp).
+// - m_cleanupTimer runs the GATT clean-up on its own thread every 10 minutes.
+//
+// Every sleep and clock read goes through util::Clock, so tests can run the 300 s and 600 s
+// initialisation retries, the 2-4-6-8 s scan back-off and the 10-minute clean-up on a manual
+// clock.
+//
+// Choices made where the behaviour is not fixed elsewhere:
+// - A null client or address is refused with a log line; a client whose getScanFilter() is null
+//   contributes no filters (warned).
+// - A proxy death re-initialises the proxy but does not restart discovery, and does not clear
+//   m_discoveryActive: a client that wants scanning again calls reload().
+// - A scan failure reported by the platform is logged only; discovery is considered running
+//   until the next stop or reload.
+// - The routing pair lists only grow: every rebuild appends all clients' pairs again, and the
+//   first build's pairs keep precedence.
+class BluetoothManager : public BluetoothManagerInterface,
+                         public std::enable_shared_from_this<BluetoothManager> {
+  public:
+    static constexpr const char* kName = "BluetoothManager";
+    // Attempts to start the scan in all, and the step of the linear back-off between them.
+    static constexpr int k_startDiscoveryRetries = 5;
+    static constexpr std::chrono::seconds k_startDiscoveryRetryInterval{2};
+    // How often the GATT clean-up runs, and how old a connection it closes.
+    static constexpr std::chrono::minutes k_cleanupInterval{10};
+
+    // Does not touch the platform; getInstance() initialises it.
+    explicit BluetoothManager(std::shared_ptr<orvane::metricutils::MetricsManager> metricsManager);
+    ~BluetoothManager() override;
+
+    bool registerConnector(std::shared_ptr<Client> client) override;
+    bool start(std::shared_ptr<Client> client) override;
+    bool stop(std::shared_ptr<Client> client) override;
+    bool reload(std::shared_ptr<Client> client) override;
+    bool setScanPeriod(std::shared_ptr<Client> client, int secondsActive,
+                       int secondsInactive) override;
+    bool connect(std::shared_ptr<TrackerDeviceAddr> addr, std::shared_ptr<Client> client) override;
+    bool cancelConnect(std::shared_ptr<TrackerDeviceAddr> addr,
+                       std::shared_ptr<Client> client) override;
+    bool disconnect(unsigned long long connHandle) override;
+    bool discoverAllServices(unsigned long long connHandle) override;
+    bool readCharacteristic(unsigned long long connHandle, TrackerUuid serviceUuid,
+                            TrackerUuid charUuid) override;
+    bool writeCharacteristic(unsigned long long connHandle, TrackerUuid serviceUuid,
+                             TrackerUuid charUuid, std::vector<uint8_t> value) override;
+    bool setCharacteristicNotification(unsigned long long connHandle, TrackerUuid serviceUuid,
+                                       TrackerUuid charUuid, bool enable) override;
+    void startBroadcastingIBeacons(std::vector<uint8_t>& bytes,
+                                   std::shared_ptr<Client> client) override;
+    void stopBroadcastingIBeacons(std::shared_ptr<Client> client) override;
+    bool registerConnectivityCallback(
+        const std::shared_ptr<IConnectivityEventCallback>& callback) override;
+    bool deregisterConnectivityCallback(
+        const std::shared_ptr<IConnectivityEventCallback>& callback) override;
+    bool getPairedRemoteDevices(std::vector<std::shared_ptr<IRemoteDevice>>& devices) override;
+    void cleanConnectionDB(unsigned long long connHandle) override;
+    void cleanup() override;
+
+    // One attempt to initialise the proxy, register for its death and start the clean-up timer;
+    // tells the registered clients of success. Blocks for as long as the proxy takes.
+    bool initialize();
+    // Up to three attempts, sleeping 300 s and then 600 s between them; tells the clients of
+    // the final failure.
+    bool initializeWithRetrySync();
+
+    // Closes every connection and forgets it; the clients are not told.
+    void runFullConnectionDBClean();
+
+    // Queues routing of one converted result on the executor (any thread).
+    void handleBeaconScanResultCallback(unsigned long long scanId,
+                                        std::shared_ptr<TrackerScanRecord> record,
+                                        TrackerExtraBeaconData extra);
+
+  private:
+    using UuidPair = std::pair<TrackerScanFilterUuid, std::shared_ptr<Client>>;
+    using ManuDataPair = std::pair<TrackerScanFilterManuData, std::shared_ptr<Client>>;
+
+    void notifyOnInitializationSuccess();
+    void notifyOnInitializationFailure();
+    // On the executor, after the proxy died.
+    void handleAndroidBtProxyDeath();
+    // The registered clients, in registry order.
+    std::vector<std::shared_ptr<Client>> clients();
+
+    // --- discovery (BluetoothManagerDiscovery.cpp) ------------------------------------------
+    // Queues the start task, which tries k_startDiscoveryRetries times.
+    void initializeBeaconDiscoveryLocked() TRACKER_REQUIRES(m_mutex);
+    // Executor only.
+    void buildScanFilterLocked() TRACKER_EXCLUDES(m_mutex);
+    bool startBeaconDiscovery() TRACKER_EXCLUDES(m_mutex);
+    void runDiscoveryStartTask() TRACKER_EXCLUDES(m_mutex);
+    void notifyOnBeaconScanResult(std::shared_ptr<TrackerScanRecord> record,
+                                  TrackerExtraBeaconData extra);
+    // Any thread.
+    bool stopBeaconDiscovery();
+
+    // --- GATT (BluetoothManagerGatt.cpp) ----------------------------------------------------
+    void runCleanConnectionDB(unsigned long long connHandle);
+    // On the clean-up timer's thread: closes connections opened k_cleanupInterval or more ago.
+    void runGattDbCleanupTask();
+
+    Timer m_cleanupTimer;
+    Executor m_executor{std::chrono::milliseconds(1000)};
+    const std::shared_ptr<orvane::metricutils::MetricsManager> m_metricsManager;
+    std::atomic<bool> m_discoveryActive{false};
+    std::shared_ptr<BluetoothManagerScanFilter> m_scanFilter;
+    std::vector<UuidPair> m_uuidFilterClients;
+    std::vector<ManuDataPair> m_manuDataFilterClients;
+    Mutex m_mutex;
+    std::map<std::shared_ptr<Client>, bool> m_clients TRACKER_GUARDED_BY(m_mutex);
+    // The platform keeps only a weak reference to the recipient; the latest one lives here.
+    // Written by initialize(), which runs on one thread at a time.
+    std::shared_ptr<com::orvane::frameworklink::managers::FrameworkLinkDeathRecipient>
+        m_deathRecipient;
+};
+
+// Converts a platform scan result and hands it to the manager, if there is one. Called on the
+// platform's threads.
+void processScanResult(const android::bluetooth::le::ScanResult& result);
+
+}  // namespace bluetooth
+}  // namespace util
+}  // namespace tracker
