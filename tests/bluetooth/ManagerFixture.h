@@ -81,8 +81,8 @@ class ManagerTest : public SimulatedWorld {
     std::shared_ptr<Manager> m_manager;
 };
 
-// A second connector's advertisement and filter, to tell when the routing of earlier results is
-// over: results are routed one at a time, in order.
+// An advertisement no tag sends and its filter: injected once, it tells when the routing of
+// everything heard before it is over, since results are routed one at a time, in order.
 inline const std::vector<uint8_t> kMarkerAd = {0x03, 0x03, 0x0D, 0x18};  // service 0x180D
 inline TrackerScanFilter markerFilter() {
     return uuidFilter({0x18, 0x0D});

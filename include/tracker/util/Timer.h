@@ -77,8 +77,11 @@ class Timer {
   private:
     void startSchedule(Clock::Duration delay, Clock::Duration period, PeriodType type,
                        unsigned int count, std::shared_ptr<std::function<void()>> f);
-    void runSchedule(std::shared_ptr<Clock> clock, Clock::Duration delay, Clock::Duration period,
-                     PeriodType type, unsigned int count, std::shared_ptr<std::function<void()>> f);
+    // `start` is the clock's time when start() was called: the schedule counts from it, however
+    // late the thread begins.
+    void runSchedule(std::shared_ptr<Clock> clock, Clock::TimePoint start, Clock::Duration delay,
+                     Clock::Duration period, PeriodType type, unsigned int count,
+                     std::shared_ptr<std::function<void()>> f);
     // The schedule is over: clears the stop request and the active flag.
     void endScheduleLocked() TRACKER_REQUIRES(m_mutex);
 

@@ -240,6 +240,9 @@ class World {
     void superviseLocked(int connId);
     void tryConnectLocked(int connId);
     Connection* connectionLocked(int connId);
+    // The connection, if it still is the one with this callback: queued deliveries hold the
+    // callback weakly, as a platform lets go of a connection's callback when it is closed.
+    Connection* currentLocked(int connId, const std::weak_ptr<Gatt>& callback);
     // A connected connection with no request outstanding, now waiting for one: a request id
     // (0 if refused). The stack gives up on it after 30 s.
     uint64_t startRequestLocked(int connId);

@@ -82,15 +82,16 @@ void World::answerLocked(GattAnswer answer, int connId, uint64_t request,
         delay = *delivery;
     }
     const bool twice = faults.duplicate.erase(answer) > 0;
-    const std::shared_ptr<Gatt> callback = connectionLocked(connId)->callback;
-    const auto deliver = [this, connId, request, callback,
+    const std::shared_ptr<Gatt>& callback = connectionLocked(connId)->callback;
+    const auto deliver = [this, connId, request, weak = std::weak_ptr<Gatt>(callback),
                           call](std::function<void(Connection&)> apply) {
-        return [this, connId, request, callback, call, apply] {
+        return [this, connId, request, weak, call, apply] {
+            std::shared_ptr<Gatt> target;
             {
                 std::lock_guard<std::mutex> lock(m_mutex);
-                Connection* current = connectionLocked(connId);
+                Connection* current = currentLocked(connId, weak);
                 // Closed, replaced, or its disconnection already reported: nothing follows.
-                if (current == nullptr || current->callback != callback || current->downReported) {
+                if (current == nullptr || current->downReported) {
                     return;
                 }
                 if (request != 0 && current->outstanding == request) {
@@ -99,8 +100,9 @@ void World::answerLocked(GattAnswer answer, int connId, uint64_t request,
                 if (apply) {
                     apply(*current);
                 }
+                target = current->callback;
             }
-            call(*callback);
+            call(*target);
         };
     };
     m_deliveries.postAfter(callback.get(), delay, deliver(std::move(update)));
@@ -114,45 +116,47 @@ void World::linkDownLocked(int connId, int status) {
     Connection* connection = connectionLocked(connId);
     connection->link = Connection::Link::Down;
     connection->outstanding = 0;
-    const std::shared_ptr<Gatt> callback = connection->callback;
     m_deliveries.postAfter(
-        callback.get(), util::Clock::Duration::zero(), [this, connId, callback, status] {
+        connection->callback.get(), util::Clock::Duration::zero(),
+        [this, connId, status, weak = std::weak_ptr<Gatt>(connection->callback)] {
+            std::shared_ptr<Gatt> target;
             {
                 std::lock_guard<std::mutex> lock(m_mutex);
-                Connection* current = connectionLocked(connId);
-                if (current == nullptr || current->callback != callback || current->downReported) {
+                Connection* current = currentLocked(connId, weak);
+                if (current == nullptr || current->downReported) {
                     return;
                 }
                 current->downReported = true;
+                target = current->callback;
             }
-            callback->onConnectionStateChange(status, Gatt::STATE_DISCONNECTED);
+            target->onConnectionStateChange(status, Gatt::STATE_DISCONNECTED);
         });
 }
 
 void World::superviseLocked(int connId) {
-    const std::shared_ptr<Gatt> callback = connectionLocked(connId)->callback;
-    m_deliveries.postAfter(callback.get(), kSupervisionInterval, [this, connId, callback] {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        Connection* current = connectionLocked(connId);
-        if (current == nullptr || current->callback != callback ||
-            current->link == Connection::Link::Down) {
-            return;
-        }
-        if (current->link == Connection::Link::Connecting) {
-            if (util::Clock::current()->now() >= current->connectDeadline) {
-                linkDownLocked(connId, kGattError);
-                return;
-            }
-            tryConnectLocked(connId);
-        } else {
-            const std::shared_ptr<Tag> tag = findTagLocked(current->address);
-            if (!(tag && inRangeLocked(*tag))) {
-                linkDownLocked(connId, kLinkTimeout);
-                return;
-            }
-        }
-        superviseLocked(connId);
-    });
+    const std::shared_ptr<Gatt>& callback = connectionLocked(connId)->callback;
+    m_deliveries.postAfter(callback.get(), kSupervisionInterval,
+                           [this, connId, weak = std::weak_ptr<Gatt>(callback)] {
+                               std::lock_guard<std::mutex> lock(m_mutex);
+                               Connection* current = currentLocked(connId, weak);
+                               if (current == nullptr || current->link == Connection::Link::Down) {
+                                   return;
+                               }
+                               if (current->link == Connection::Link::Connecting) {
+                                   if (util::Clock::current()->now() >= current->connectDeadline) {
+                                       linkDownLocked(connId, kGattError);
+                                       return;
+                                   }
+                                   tryConnectLocked(connId);
+                               } else {
+                                   const std::shared_ptr<Tag> tag = findTagLocked(current->address);
+                                   if (!(tag && inRangeLocked(*tag))) {
+                                       linkDownLocked(connId, kLinkTimeout);
+                                       return;
+                                   }
+                               }
+                               superviseLocked(connId);
+                           });
 }
 
 void World::tryConnectLocked(int connId) {
@@ -183,6 +187,11 @@ World::Connection* World::connectionLocked(int connId) {
     return found != m_state->connections.end() ? &found->second : nullptr;
 }
 
+World::Connection* World::currentLocked(int connId, const std::weak_ptr<Gatt>& callback) {
+    Connection* connection = connectionLocked(connId);
+    return connection != nullptr && connection->callback == callback.lock() ? connection : nullptr;
+}
+
 uint64_t World::startRequestLocked(int connId) {
     Connection* connection = connectionLocked(connId);
     if (connection == nullptr || connection->link != Connection::Link::Connected ||
@@ -191,15 +200,16 @@ uint64_t World::startRequestLocked(int connId) {
     }
     const uint64_t request = m_state->nextRequest++;
     connection->outstanding = request;
-    const std::shared_ptr<Gatt> callback = connection->callback;
-    m_deliveries.postAfter(callback.get(), kStackTimeout, [this, connId, callback, request] {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        Connection* current = connectionLocked(connId);
-        if (current != nullptr && current->callback == callback &&
-            current->outstanding == request && current->link == Connection::Link::Connected) {
-            linkDownLocked(connId, kLocalHostTerminated);
-        }
-    });
+    m_deliveries.postAfter(
+        connection->callback.get(), kStackTimeout,
+        [this, connId, request, weak = std::weak_ptr<Gatt>(connection->callback)] {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            Connection* current = currentLocked(connId, weak);
+            if (current != nullptr && current->outstanding == request &&
+                current->link == Connection::Link::Connected) {
+                linkDownLocked(connId, kLocalHostTerminated);
+            }
+        });
     return request;
 }
 
