@@ -106,6 +106,12 @@ bool BluetoothManager::startBeaconDiscovery() {
                kFunction);
         return true;
     }
+    // A scan an earlier start submitted may still run: two starts queued back to back (rapid
+    // reloads), or a client that started while it ran. The platform runs one scan per instance
+    // and would refuse this one, so it replaces that one.
+    if (m_scanSubmitted) {
+        stopBeaconDiscovery();
+    }
     const bool started = AndroidBTProxyManager::getManager()->startBLEScan(
         &platformFilters, AndroidBLEBridge::getDefaultAndroidBLEScanSetting(),
         [](const std::vector<ScanResult>& results) {
@@ -120,6 +126,7 @@ bool BluetoothManager::startBeaconDiscovery() {
             processScanResult(result);
         },
         static_cast<int>(g_scanId));
+    m_scanSubmitted = started;
     // The flag follows once this task is over (set before the line, which then tells that it
     // is set).
     m_executor.pushTo(false, [self = shared_from_this(), started] {
@@ -142,6 +149,7 @@ bool BluetoothManager::stopBeaconDiscovery() {
     kLog.i("Submitted request to stop beacon scan, scanInstance = %llu",
            static_cast<unsigned long long>(g_scanId));
     m_discoveryActive = false;
+    m_scanSubmitted = false;
     return true;
 }
 

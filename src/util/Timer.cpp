@@ -35,21 +35,20 @@ bool Timer::activate() {
 void Timer::startSchedule(Clock::Duration delay, Clock::Duration period, PeriodType type,
                           unsigned int count, std::shared_ptr<std::function<void()>> f) {
     std::shared_ptr<Clock> clock = Clock::current();
-    const Clock::TimePoint start = clock->now();
     MutexLock lock(m_threadMutex);
     // An earlier schedule has ended (the timer was inactive); its thread may still be leaving.
     if (m_thread.joinable()) {
         m_thread.join();
     }
-    m_thread = std::thread(&Timer::runSchedule, this, std::move(clock), start, delay, period, type,
-                           count, std::move(f));
+    m_thread = std::thread(&Timer::runSchedule, this, std::move(clock), delay, period, type, count,
+                           std::move(f));
 }
 
-void Timer::runSchedule(std::shared_ptr<Clock> clock, Clock::TimePoint start, Clock::Duration delay,
-                        Clock::Duration period, PeriodType type, unsigned int count,
+void Timer::runSchedule(std::shared_ptr<Clock> clock, Clock::Duration delay, Clock::Duration period,
+                        PeriodType type, unsigned int count,
                         std::shared_ptr<std::function<void()>> f) {
     t_scheduleOwner = this;
-    Clock::TimePoint base = start;
+    Clock::TimePoint base = clock->now();
     // count 0 wraps to the largest value: in practice the schedule never ends by itself.
     const unsigned int lastRun = count - 1;
     bool skipNext = false;

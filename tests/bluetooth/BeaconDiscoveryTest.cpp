@@ -3,6 +3,7 @@
 #include <climits>
 
 #include "bluetooth/ManagerFixture.h"
+#include "support/Waits.h"
 
 namespace tracker {
 namespace testing {
@@ -116,6 +117,31 @@ TEST_F(BeaconDiscovery, AReloadRebuildsButTheFirstBuildsPairsKeepPrecedence) {
     EXPECT_EQ(received(*marker, kMarker), markersBefore + 5);
     EXPECT_EQ(received(*changing, kMarker), 0u);
     EXPECT_EQ(received(*changing, kEddystone), eddystoneBefore) << "no longer scanned for";
+}
+
+TEST_F(BeaconDiscovery, AStartWhileTheScanRunsReplacesIt) {
+    auto first = client({eddystoneFilter()});
+    ASSERT_TRUE(manager()->start(first));
+    ASSERT_TRUE(awaitScanStarted());
+    // A client that joins later: the scan restarts with both clients' filters.
+    auto late = client({companyFilter()});
+    m_log.clear();
+    ASSERT_TRUE(manager()->start(late));
+    ASSERT_TRUE(awaitScanStarted());
+    EXPECT_EQ(scanRequests(), (Events{"start 1", "stop", "start 2"}));
+
+    // Two reloads in a row queue two starts before either has run: the second replaces the
+    // first's scan rather than have the platform refuse it.
+    m_log.clear();
+    ASSERT_TRUE(manager()->reload(first));
+    ASSERT_TRUE(manager()->reload(late));
+    ASSERT_TRUE(awaitScanStarted());
+    ASSERT_TRUE(eventually([&] { return count('I', "beacon scan started after 0 retries") == 2; }));
+    EXPECT_EQ(count('E', "unable to start discovery, retrying after 2 seconds"), 0u);
+    EXPECT_TRUE(world().scanning());
+    const Events requests = scanRequests();
+    EXPECT_EQ(std::count(requests.begin(), requests.end(), "start 2"), 3);
+    EXPECT_EQ(requests.back(), "start 2");
 }
 
 TEST_F(BeaconDiscovery, NothingToScanForIsNotAFailure) {

@@ -211,6 +211,8 @@ TEST_F(GattConnection, HandlesAreTheSignExtendedConnectionIds) {
 TEST_F(GattConnection, TheCleanUpClosesConnectionsTenMinutesOld) {
     const util::Clock::TimePoint start = m_clock->now();
     manager();
+    // The clean-up's schedule counts from when its thread begins: wait for it before time moves.
+    ASSERT_TRUE(m_clock->waitForDeadline(start + 10min, kEventLimit));
     const unsigned long long old = open(kEddystone);  // made at start
     const unsigned long long young = open(kCompany);  // made 1 s later
     // The clean-up runs 10 minutes after initialisation, and every 10 minutes after a run.

@@ -52,6 +52,10 @@ namespace bluetooth {
 //   until the next stop or reload.
 // - The routing pair lists only grow: every rebuild appends all clients' pairs again, and the
 //   first build's pairs keep precedence.
+// - A start task that finds a scan of an earlier start still running (two reloads in a row, a
+//   client that starts while the scan runs) stops it and starts its own, with every client's
+//   current filters, instead of asking the platform for a second scan that it would refuse.
+//   m_discoveryActive still changes only once the start task is over.
 class BluetoothManager : public BluetoothManagerInterface,
                          public std::enable_shared_from_this<BluetoothManager> {
   public:
@@ -141,6 +145,10 @@ class BluetoothManager : public BluetoothManagerInterface,
     Executor m_executor{std::chrono::milliseconds(1000)};
     const std::shared_ptr<orvane::metricutils::MetricsManager> m_metricsManager;
     std::atomic<bool> m_discoveryActive{false};
+    // A scan a start task submitted is running and nothing stopped it since. Unlike
+    // m_discoveryActive it is set as the platform accepts the scan, not a task later, so a
+    // second start can replace the first's scan rather than be refused by the platform.
+    std::atomic<bool> m_scanSubmitted{false};
     std::shared_ptr<BluetoothManagerScanFilter> m_scanFilter;
     std::vector<UuidPair> m_uuidFilterClients;
     std::vector<ManuDataPair> m_manuDataFilterClients;

@@ -34,6 +34,8 @@ class BluetoothManagerInterface {
     // Clients: registered once (a second registration fails), then started and stopped. The
     // scan starts when every registered client is started and stops when any one stops;
     // reload rebuilds the filters and restarts it whatever the clients' states.
+    // A client that registers and starts while the scan runs makes the manager restart it with
+    // every client's filters; reload does the same for a client whose filters changed.
     virtual bool registerConnector(std::shared_ptr<Client> client) = 0;
     virtual bool start(std::shared_ptr<Client> client) = 0;
     virtual bool stop(std::shared_ptr<Client> client) = 0;

@@ -18,8 +18,9 @@ namespace util {
 extern const Log TSTIMERLOG;
 
 // Runs a callable on a thread of its own after an initial delay, then every period, `count`
-// times (0: until stopped). One schedule at a time; times come from Clock::current(), taken at
-// start().
+// times (0: until stopped). One schedule at a time. The clock is the one in force at start();
+// the schedule counts from the moment its thread begins, so a test on a manual clock waits for
+// the first deadline (ManualClock::waitForDeadline) before it moves the time.
 //
 // start() refuses, with an error line and false: a negative delay
 // ("startFailed: reason=negativeDelay"), a negative period ("startFailed: reason=negativePeriod")
@@ -77,11 +78,8 @@ class Timer {
   private:
     void startSchedule(Clock::Duration delay, Clock::Duration period, PeriodType type,
                        unsigned int count, std::shared_ptr<std::function<void()>> f);
-    // `start` is the clock's time when start() was called: the schedule counts from it, however
-    // late the thread begins.
-    void runSchedule(std::shared_ptr<Clock> clock, Clock::TimePoint start, Clock::Duration delay,
-                     Clock::Duration period, PeriodType type, unsigned int count,
-                     std::shared_ptr<std::function<void()>> f);
+    void runSchedule(std::shared_ptr<Clock> clock, Clock::Duration delay, Clock::Duration period,
+                     PeriodType type, unsigned int count, std::shared_ptr<std::function<void()>> f);
     // The schedule is over: clears the stop request and the active flag.
     void endScheduleLocked() TRACKER_REQUIRES(m_mutex);
 
