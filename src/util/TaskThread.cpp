@@ -19,6 +19,8 @@ TaskThread::~TaskThread() {
     std::unique_ptr<WorkerThread> worker;
     for (;;) {
         MutexLock lock(m_mutex);
+        m_loopEnded.wait(lock.native(),
+                         [this]() TRACKER_NO_THREAD_SAFETY_ANALYSIS { return !m_looping; });
         if (m_starting && m_worker) {
             // A start whose loop has not begun: let it begin, then ask it to stop at its next
             // look, and wait for it to end.
@@ -48,6 +50,8 @@ bool TaskThread::start(std::function<bool()> f) {
     // Ends a loop still going from an earlier start at its next look.
     m_stopRequested = true;
     MutexLock lock(m_mutex);
+    m_loopEnded.wait(lock.native(),
+                     [this]() TRACKER_NO_THREAD_SAFETY_ANALYSIS { return !m_looping; });
     if (m_shuttingDown) {
         kLog.e("startFailed: reason=shuttingDown");
         return false;
@@ -68,12 +72,19 @@ bool TaskThread::start(std::function<bool()> f) {
 }
 
 void TaskThread::run(std::function<bool()> f) {
-    MutexLock lock(m_mutex);
-    m_stopRequested = false;
-    m_starting = false;
+    {
+        MutexLock lock(m_mutex);
+        m_stopRequested = false;
+        m_starting = false;
+        m_looping = true;
+    }
     while (!m_stopRequested && f()) {
     }
+    MutexLock lock(m_mutex);
     ThreadPool::getDefaultThreadPool().releaseWorker(std::move(m_worker));
+    m_looping = false;
+    // Under the mutex: a destructor waiting for this may free the object once it is released.
+    m_loopEnded.notify_all();
 }
 
 }  // namespace util

@@ -32,6 +32,8 @@ WorkerThread::~WorkerThread() {
 void WorkerThread::run(std::function<bool()> f) {
     {
         MutexLock lock(m_mutex);
+        m_idle.wait(lock.native(),
+                    [this]() TRACKER_NO_THREAD_SAFETY_ANALYSIS { return !m_busy && !m_function; });
         m_cancelled = false;
         m_function = std::move(f);
     }
@@ -53,10 +55,17 @@ void WorkerThread::runInternal() {
             return m_function || m_shutdown;
         });
         if (m_function) {
-            while (!m_shutdown && !m_cancelled && m_function()) {
+            std::function<bool()> function = std::move(m_function);
+            m_function = nullptr;
+            m_busy = true;
+            lock.unlock();
+            while (!m_shutdown && !m_cancelled && function()) {
             }
+            function = nullptr;
+            lock.lock();
+            m_busy = false;
+            m_idle.notify_all();
         }
-        m_function = nullptr;
         if (m_shutdown) {
             return;
         }

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <functional>
 #include <memory>
 #include <string>
@@ -21,10 +22,11 @@ namespace util {
 // ("startFailed: reason=tooManyThreads"), and a start after destruction began
 // ("startFailed: reason=shuttingDown"; every later start then reports tooManyThreads).
 //
-// Lock order: worker mutex (held while f runs) -> m_mutex (held by the loop for as long as it
-// runs) -> the pool's mutex; start() hands the worker its function only after releasing
-// m_mutex. start() waits for an earlier loop to end before it starts a new one.
-// The destructor waits for a running loop to end by itself; it does not interrupt f.
+// start() waits for an earlier loop to end (and hand its worker back) before it starts a new
+// one. The destructor waits for a running loop to end by itself; it does not interrupt f.
+// No lock of the TaskThread or its worker is held while f runs, so f may take any lock and
+// start() may be called holding any lock. m_mutex guards the members so marked; it is taken
+// before the pool's mutex, and start() hands the worker its function only after releasing it.
 class TaskThread {
   public:
     TaskThread();
@@ -38,6 +40,10 @@ class TaskThread {
 
   private:
     Mutex m_mutex;
+    // Signalled when a loop has ended and handed its worker back.
+    std::condition_variable m_loopEnded;
+    // A loop is running f.
+    bool m_looping TRACKER_GUARDED_BY(m_mutex) = false;
     std::chrono::steady_clock::time_point m_lastStart TRACKER_GUARDED_BY(m_mutex);
     bool m_shuttingDown TRACKER_GUARDED_BY(m_mutex) = false;
     std::atomic<bool> m_stopRequested{false};

@@ -18,9 +18,10 @@ namespace util {
 // Monikers are the construction count in hexadecimal, right-aligned in three characters
 // ("  1", "  a", "100"), so a worker is recognisable in logs and debuggers.
 //
-// Thread-safety: run() and cancel() may be called from any thread. m_mutex guards m_function and
-// is held while the function runs, so run() on a busy worker blocks until it is idle. An
-// exception leaving the function ends the process.
+// Thread-safety: run() and cancel() may be called from any thread; run() on a busy worker waits
+// until it is idle. m_mutex guards m_function and m_busy. It is not held while the function runs,
+// nor while a finished function is destroyed, so the function may take any lock and its
+// caller may hold any lock. An exception leaving the function ends the process.
 class WorkerThread {
   public:
     WorkerThread();
@@ -43,7 +44,12 @@ class WorkerThread {
     std::atomic<bool> m_cancelled{false};
     Mutex m_mutex;
     std::condition_variable m_wake;
+    // Signalled when the worker turns idle.
+    std::condition_variable m_idle;
+    // Installed and not yet taken up by the thread.
     std::function<bool()> m_function TRACKER_GUARDED_BY(m_mutex);
+    // A function is running, or being destroyed after it finished.
+    bool m_busy TRACKER_GUARDED_BY(m_mutex) = false;
     // Last, so that it starts once everything it uses exists.
     std::thread m_thread;
 };
