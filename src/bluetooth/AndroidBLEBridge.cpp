@@ -1,7 +1,9 @@
 #include "tracker/bluetooth/AndroidBLEBridge.h"
 
 #include <android/bluetooth/BluetoothUuid.h>
+
 #include <frameworklink/interfaces/ParcelByteArray.h>
+#include <climits>
 
 #include "tracker/bluetooth/BleUtils.h"
 #include "tracker/util/Log.h"
@@ -131,6 +133,19 @@ std::shared_ptr<TrackerScanRecord> AndroidBLEBridge::toTrackerScanRecord(
     record->rssi = result.getRssi();
     record->scanRecord = result.getScanRecord().getBytes();
     return record;
+}
+
+TrackerExtraBeaconData AndroidBLEBridge::toTrackerExtraBeaconData(
+    const android::bluetooth::le::ScanRecord& record) {
+    TrackerExtraBeaconData extra;
+    const std::vector<ParcelUuid>& serviceUuids = record.getServiceUuids();
+    if (!serviceUuids.empty()) {
+        extra.uuid = toTrackerUuid(serviceUuids.front());
+        extra.serviceData = toTrackerServiceData(serviceUuids.front(), record.getServiceData());
+    }
+    extra.manuData = {toTrackerManuData(record.getManufacturerSpecificData())};
+    extra.extraValue = INT32_MIN;
+    return extra;
 }
 
 TrackerManuData AndroidBLEBridge::toTrackerManuData(

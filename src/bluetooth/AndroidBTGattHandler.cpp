@@ -153,7 +153,7 @@ bool AndroidBTGattHandler::setCharacteristicNotification(ParcelUuid serviceUuid,
 }
 
 void AndroidBTGattHandler::onConnectionStateChange(int status, int newState) {
-    m_executor.pushTo(false, [self = shared_from_this(), status, newState] {
+    m_executor.post(false, [self = shared_from_this(), status, newState] {
         self->handleConnectionStateChange(status, newState);
     });
 }
@@ -194,7 +194,7 @@ void AndroidBTGattHandler::handleConnectionStateChange(int status, int newState)
 }
 
 void AndroidBTGattHandler::onServicesDiscovered(int status) {
-    m_executor.pushTo(
+    m_executor.post(
         false, [self = shared_from_this(), status] { self->handleServicesDiscovered(status); });
 }
 

@@ -27,23 +27,25 @@ constexpr int kInitializeAttempts = 3;
 constexpr std::chrono::seconds kInitializeRetryWait{300};
 
 // s_instance. Never destroyed: platform threads may still deliver results while the process
-// exits. Read and written with the atomic shared_ptr operations.
+// exits. Written once, by the first getInstance(), which is expected on one thread.
 std::shared_ptr<BluetoothManager>& instanceSlot() {
     static auto* slot = new std::shared_ptr<BluetoothManager>();
     return *slot;
 }
+// The same manager, for readers on other threads.
+std::atomic<BluetoothManager*> s_published{nullptr};
 
 }  // namespace
 
-std::shared_ptr<BluetoothManager> managerInstance() {
-    return std::atomic_load(&instanceSlot());
+BluetoothManager* managerInstance() {
+    return s_published.load(std::memory_order_acquire);
 }
 
 BluetoothManagerInterface::~BluetoothManagerInterface() = default;
 
 std::shared_ptr<BluetoothManagerInterface> BluetoothManagerInterface::getInstance() {
-    if (std::shared_ptr<BluetoothManager> existing = managerInstance()) {
-        return existing;
+    if (managerInstance() != nullptr) {
+        return instanceSlot();
     }
     const std::shared_ptr<orvane::metricutils::MetricsManager> metrics =
         orvane::metricutils::MetricsManager::getInstance();
@@ -53,7 +55,8 @@ std::shared_ptr<BluetoothManagerInterface> BluetoothManagerInterface::getInstanc
     }
     auto manager = std::make_shared<BluetoothManager>(metrics);
     // Kept even if initialisation fails: later calls return the uninitialised manager.
-    std::atomic_store(&instanceSlot(), manager);
+    instanceSlot() = manager;
+    s_published.store(manager.get(), std::memory_order_release);
     if (manager->initializeWithRetrySync()) {
         return manager;
     }
@@ -79,7 +82,7 @@ bool BluetoothManager::initialize() {
     const std::weak_ptr<BluetoothManager> weak = weak_from_this();
     auto recipient = std::make_shared<FrameworkLinkDeathRecipient>([weak] {
         if (const std::shared_ptr<BluetoothManager> manager = weak.lock()) {
-            manager->m_executor.pushTo(false, [manager] { manager->handleAndroidBtProxyDeath(); });
+            manager->m_executor.post(false, [manager] { manager->handleAndroidBtProxyDeath(); });
         }
     });
     if (!proxy->registerForProxyDeath(recipient)) {

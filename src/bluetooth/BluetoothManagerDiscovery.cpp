@@ -1,7 +1,6 @@
 // Beacon discovery: merging the clients' filters, starting the one platform scan with retries,
 // stopping it, and routing every result to the one client whose filter it matches.
 
-#include <climits>
 #include <new>
 
 #include <frameworklink/managers/AndroidBTProxyManager.h>
@@ -32,7 +31,7 @@ constexpr int kStartFailureReason = -1;
 }  // namespace
 
 void BluetoothManager::initializeBeaconDiscoveryLocked() {
-    m_executor.pushTo(false, [self = shared_from_this()] { self->runDiscoveryStartTask(); });
+    m_executor.post(false, [self = shared_from_this()] { self->runDiscoveryStartTask(); });
 }
 
 void BluetoothManager::runDiscoveryStartTask() {
@@ -129,7 +128,7 @@ bool BluetoothManager::startBeaconDiscovery() {
     m_scanSubmitted = started;
     // The flag follows once this task is over (set before the line, which then tells that it
     // is set).
-    m_executor.pushTo(false, [self = shared_from_this(), started] {
+    m_executor.post(false, [self = shared_from_this(), started] {
         self->m_discoveryActive = started;
         if (started) {
             kLog.i("%s: Beacon scan started", "operator()");
@@ -156,8 +155,8 @@ bool BluetoothManager::stopBeaconDiscovery() {
 void BluetoothManager::handleBeaconScanResultCallback(unsigned long long /*scanId*/,
                                                       std::shared_ptr<TrackerScanRecord> record,
                                                       TrackerExtraBeaconData extra) {
-    m_executor.pushTo(false, [self = shared_from_this(), record = std::move(record),
-                              extra = std::move(extra)]() mutable {
+    m_executor.post(false, [self = shared_from_this(), record = std::move(record),
+                            extra = std::move(extra)]() mutable {
         self->notifyOnBeaconScanResult(std::move(record), std::move(extra));
     });
 }
@@ -186,25 +185,16 @@ void BluetoothManager::notifyOnBeaconScanResult(std::shared_ptr<TrackerScanRecor
 
 void processScanResult(const ScanResult& result) {
     std::shared_ptr<TrackerScanRecord> record = AndroidBLEBridge::toTrackerScanRecord(result);
-    const android::bluetooth::le::ScanRecord& scanRecord = result.getScanRecord();
-    const std::vector<android::os::ParcelUuid>& serviceUuids = scanRecord.getServiceUuids();
-    TrackerExtraBeaconData extra;
     // A result that lists no service UUID has an empty one, which matches no UUID filter.
-    if (!serviceUuids.empty()) {
-        extra.uuid = AndroidBLEBridge::toTrackerUuid(serviceUuids.front());
-        extra.serviceData = AndroidBLEBridge::toTrackerServiceData(serviceUuids.front(),
-                                                                   scanRecord.getServiceData());
-    }
-    extra.manuData = {
-        AndroidBLEBridge::toTrackerManuData(scanRecord.getManufacturerSpecificData())};
-    extra.extraValue = INT32_MIN;
+    TrackerExtraBeaconData extra =
+        AndroidBLEBridge::toTrackerExtraBeaconData(result.getScanRecord());
     if (kLog.isLoggable(Log::Level::Debug)) {
         kLog.d("%s: scanInstance = %llu, address=%s, serviceUUID=%s", "processScanResult",
                static_cast<unsigned long long>(g_scanId),
                BleUtils::getObfuscatedAddress(result.getDevice().getAddress()).c_str(),
                BleUtils::getUuidString(extra.uuid).c_str());
     }
-    if (const std::shared_ptr<BluetoothManager> manager = managerInstance()) {
+    if (BluetoothManager* manager = managerInstance()) {
         manager->handleBeaconScanResultCallback(g_scanId, std::move(record), std::move(extra));
     }
 }

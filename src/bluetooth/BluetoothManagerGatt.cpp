@@ -138,7 +138,7 @@ bool BluetoothManager::setCharacteristicNotification(unsigned long long connHand
 }
 
 void BluetoothManager::cleanConnectionDB(unsigned long long connHandle) {
-    m_executor.pushTo(
+    m_executor.post(
         false, [self = shared_from_this(), connHandle] { self->runCleanConnectionDB(connHandle); });
 }
 

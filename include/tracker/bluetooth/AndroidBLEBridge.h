@@ -47,6 +47,11 @@ class AndroidBLEBridge {
 
     static std::shared_ptr<TrackerScanRecord> toTrackerScanRecord(
         const android::bluetooth::le::ScanResult& result);
+    // What travels beside a scan result to its client: the first advertised service UUID (empty
+    // when none is listed) and the service data under it, the manufacturer data as one element,
+    // and extraValue INT32_MIN.
+    static TrackerExtraBeaconData toTrackerExtraBeaconData(
+        const android::bluetooth::le::ScanRecord& record);
     // The map's first entry in its own iteration order: id high byte, low byte, then the bytes.
     static TrackerManuData toTrackerManuData(std::unordered_map<int, std::vector<uint8_t>> data);
     // The bytes under uuid, or none.

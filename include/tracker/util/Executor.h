@@ -64,6 +64,13 @@ class Executor {
         return future;
     }
 
+    // Queues f like pushTo, for a caller that will not wait for it: no future is made, which
+    // spares the shared state a future needs. False (and f destroyed unrun) after shutdown().
+    template <typename F>
+    bool post(bool toFront, F f) {
+        return enqueue(toFront, std::function<void()>(std::move(f)));
+    }
+
     // Returns once every task queued at the back before the call has run; at once if idle.
     void waitForSubmittedTasks();
     void shutdown();

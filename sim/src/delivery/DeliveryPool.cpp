@@ -75,8 +75,9 @@ void DeliveryPool::post(Key key, TimePoint due, std::function<void()> action) {
     if (due <= now) {
         // Anything of this key that fell due earlier goes first.
         promoteDueLocked(now);
-        appendDueLocked(key, Call{due, std::move(action)});
-        m_work.notify_one();
+        if (appendDueLocked(key, Call{due, std::move(action)})) {
+            m_work.notify_one();
+        }
         return;
     }
     const bool earliest = m_timed.empty() || due < m_timed.begin()->first.first;
@@ -101,13 +102,14 @@ void DeliveryPool::promoteDueLocked(TimePoint now) {
     }
 }
 
-void DeliveryPool::appendDueLocked(Key key, Call call) {
+bool DeliveryPool::appendDueLocked(Key key, Call call) {
     Line& line = m_lines[key];
     const bool idle = line.due.empty() && !line.running;
     line.due.push_back(std::move(call));
     if (idle) {
         m_ready.push_back(key);
     }
+    return idle;
 }
 
 bool DeliveryPool::pendingByLocked(TimePoint time) const {

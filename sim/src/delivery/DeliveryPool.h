@@ -69,7 +69,9 @@ class DeliveryPool {
     void run();
     // Moves the calls whose time has come into their keys' lines.
     void promoteDueLocked(TimePoint now);
-    void appendDueLocked(Key key, Call call);
+    // True if the key's line became ready: a call of a line already running or waiting needs no
+    // thread woken for it.
+    bool appendDueLocked(Key key, Call call);
     // Whether a call due at or before `time` is waiting or running.
     bool pendingByLocked(TimePoint time) const;
     void stopThreads();
