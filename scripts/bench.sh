@@ -1,10 +1,18 @@
 #!/usr/bin/env bash
-# Builds the default preset and runs the Executor benchmark; extra arguments go to the benchmark
-# (e.g. --benchmark_repetitions=5, --benchmark_filter=RoundTrip).
+# Builds the default preset and runs a benchmark program: executor (the default), scan or idle.
+# Further arguments go to the program (Google Benchmark flags such as --benchmark_repetitions=5,
+# or the idle probe's window in seconds).
 set -euo pipefail
 cd "$(dirname "$0")/.."
+
+program=executor_bench
+case "${1:-}" in
+    executor) program=executor_bench; shift ;;
+    scan) program=scan_bench; shift ;;
+    idle) program=idle_probe; shift ;;
+esac
 
 scripts/setup.sh
 cmake --preset default >/dev/null
 cmake --build --preset default
-exec build/default/bench/executor_bench "$@"
+exec "build/default/bench/$program" "$@"
