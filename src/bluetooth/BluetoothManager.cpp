@@ -34,6 +34,8 @@ std::shared_ptr<BluetoothManager>& instanceSlot() {
 }
 // The same manager, for readers on other threads.
 std::atomic<BluetoothManager*> s_published{nullptr};
+// Two first calls at once make one manager between them. Never destroyed, like the slot.
+Mutex& s_creationMutex = *new Mutex;
 
 }  // namespace
 
@@ -47,16 +49,24 @@ std::shared_ptr<BluetoothManagerInterface> BluetoothManagerInterface::getInstanc
     if (managerInstance() != nullptr) {
         return instanceSlot();
     }
-    const std::shared_ptr<orvane::metricutils::MetricsManager> metrics =
-        orvane::metricutils::MetricsManager::getInstance();
-    if (!metrics) {
-        kLog.e("%s: failed to create BluetoothManager", "getInstance");
-        return nullptr;
+    std::shared_ptr<BluetoothManager> manager;
+    {
+        MutexLock lock(s_creationMutex);
+        if (managerInstance() != nullptr) {
+            return instanceSlot();
+        }
+        const std::shared_ptr<orvane::metricutils::MetricsManager> metrics =
+            orvane::metricutils::MetricsManager::getInstance();
+        if (!metrics) {
+            kLog.e("%s: failed to create BluetoothManager", "getInstance");
+            return nullptr;
+        }
+        manager = std::make_shared<BluetoothManager>(metrics);
+        // Kept even if initialisation fails: later calls return the uninitialised manager.
+        instanceSlot() = manager;
+        s_published.store(manager.get(), std::memory_order_release);
     }
-    auto manager = std::make_shared<BluetoothManager>(metrics);
-    // Kept even if initialisation fails: later calls return the uninitialised manager.
-    instanceSlot() = manager;
-    s_published.store(manager.get(), std::memory_order_release);
+    // Outside the lock: it may take minutes, and later callers get the manager meanwhile.
     if (manager->initializeWithRetrySync()) {
         return manager;
     }
@@ -71,6 +81,16 @@ BluetoothManager::BluetoothManager(
 BluetoothManager::~BluetoothManager() = default;
 
 bool BluetoothManager::initialize() {
+    if (!initializeProxy()) {
+        return false;
+    }
+    notifyOnInitializationSuccess();
+    return true;
+}
+
+bool BluetoothManager::initializeProxy() {
+    // The first initialisation and a recovery after an early death may overlap.
+    MutexLock lock(m_initMutex);
     kLog.d("Intializing BluetoothManager");
     const std::shared_ptr<AndroidBTProxyManager> proxy = AndroidBTProxyManager::getManager();
     if (!proxy->initialize(kProxyWaitLimit)) {
@@ -94,7 +114,6 @@ bool BluetoothManager::initialize() {
         m_cleanupTimer.start(k_cleanupInterval, k_cleanupInterval, Timer::FixedDelay, 0,
                              [this] { runGattDbCleanupTask(); });
     }
-    notifyOnInitializationSuccess();
     return true;
 }
 

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <future>
+#include <set>
+
 #include "bluetooth/ManagerFixture.h"
 
 namespace tracker {
@@ -116,6 +119,26 @@ TEST_F(ManagerTest, InitialisationSucceedsOnTheThirdAttempt) {
     EXPECT_EQ(count('D', "Intializing BluetoothManager"), 3u);
     EXPECT_EQ(world().calls(ProxyCall::RegisterForProxyDeath), 1);
     EXPECT_FALSE(logged('E', "initializeWithRetrySync: Reached max retries"));
+}
+
+TEST_F(ManagerTest, FirstCallsOnSeveralThreadsMakeOneManager) {
+    std::promise<void> go;
+    std::shared_future<void> ready = go.get_future().share();
+    std::vector<std::future<std::shared_ptr<Manager>>> callers;
+    for (int caller = 0; caller < 4; ++caller) {
+        callers.push_back(std::async(std::launch::async, [ready] {
+            ready.wait();
+            return Manager::getInstance();
+        }));
+    }
+    go.set_value();
+    std::set<Manager*> made;
+    for (auto& caller : callers) {
+        made.insert(caller.get().get());
+    }
+    EXPECT_EQ(made.size(), 1u);
+    EXPECT_NE(*made.begin(), nullptr);
+    EXPECT_EQ(world().calls(ProxyCall::Initialize), 1);
 }
 
 TEST_F(ManagerTest, AProxyDeathReinitialisesAndTellsTheClientsButDoesNotRescan) {

@@ -29,9 +29,9 @@ namespace bluetooth {
 // the tasks queued on its executor. Whichever lets go last destroys it, on any thread, its own
 // executor's included. The destructor does not call the platform.
 //
-// Threads: onConnectionStateChange and onServicesDiscovered only queue their work on the
-// handler's executor, so connection and discovery callbacks reach the client one at a time, in
-// arrival order. The read, write, changed and descriptor callbacks reach the client on the
+// Threads: onConnectionStateChange and onServicesDiscovered only queue their work at the back of
+// the handler's executor, so connection and discovery callbacks reach the client one at a time,
+// in arrival order. The read, write, changed and descriptor callbacks reach the client on the
 // platform thread that delivers them. Requests may come from any thread.
 //
 // m_mutex guards the connection handle and the discovered services. connect() holds it across

@@ -38,6 +38,7 @@ namespace bluetooth {
 // - The GATT connection table and the connectivity registrations are file-scope, each under
 //   its own mutex (BluetoothManagerGatt.cpp, BluetoothManagerConnectivity.cpp).
 // - m_cleanupTimer runs the GATT clean-up on its own thread every 10 minutes.
+// - m_initMutex serialises initialisations (the first one and a recovery after an early death).
 //
 // Every sleep and clock read goes through util::Clock, so tests can run the 300 s and 600 s
 // initialisation retries, the 2-4-6-8 s scan back-off and the 10-minute clean-up on a manual
@@ -115,6 +116,9 @@ class BluetoothManager : public BluetoothManagerInterface,
 
   private:
     using UuidPair = std::pair<TrackerScanFilterUuid, std::shared_ptr<Client>>;
+
+    // initialize() without telling the clients, under m_initMutex.
+    bool initializeProxy() TRACKER_EXCLUDES(m_initMutex);
     using ManuDataPair = std::pair<TrackerScanFilterManuData, std::shared_ptr<Client>>;
 
     void notifyOnInitializationSuccess();
@@ -154,10 +158,12 @@ class BluetoothManager : public BluetoothManagerInterface,
     std::vector<ManuDataPair> m_manuDataFilterClients;
     Mutex m_mutex;
     std::map<std::shared_ptr<Client>, bool> m_clients TRACKER_GUARDED_BY(m_mutex);
+    // Serialises initialisations: the first, in getInstance(), and a recovery after a death that
+    // came while it ran. Not held while clients are told.
+    Mutex m_initMutex;
     // The platform keeps only a weak reference to the recipient; the latest one lives here.
-    // Written by initialize(), which runs on one thread at a time.
     std::shared_ptr<com::orvane::frameworklink::managers::FrameworkLinkDeathRecipient>
-        m_deathRecipient;
+        m_deathRecipient TRACKER_GUARDED_BY(m_initMutex);
 };
 
 // Converts a platform scan result and hands it to the manager, if there is one. Called on the

@@ -28,7 +28,8 @@ class BluetoothManagerInterface {
     // The manager, created and initialised against the platform proxy on the first call (which
     // blocks through up to three attempts, 15 minutes apart in all). Empty when that first
     // initialisation failed; later calls then return the uninitialised manager without trying
-    // again. The first call is expected during start-up, on one thread.
+    // again. The first call is expected during start-up; calls made meanwhile on other threads
+    // get the same manager at once, initialised or not.
     static std::shared_ptr<BluetoothManagerInterface> getInstance();
 
     // Clients: registered once (a second registration fails), then started and stopped. The
