@@ -180,8 +180,11 @@ void Executor::waitForSubmittedTasks() {
 }
 
 void Executor::shutdown() {
-    m_queue->close();
-    m_queue->waitForSubmittedTasks();
+    // A dropped task may hold the last reference to this Executor's owner: its own reference
+    // keeps the queue for the wait, whatever happens to this object meanwhile.
+    const std::shared_ptr<Queue> queue = m_queue;
+    queue->close();
+    queue->waitForSubmittedTasks();
 }
 
 void Executor::restart() {

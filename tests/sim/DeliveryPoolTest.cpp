@@ -136,6 +136,44 @@ TEST_F(DeliveryPoolTest, ClearDropsWaitingCallsAndWaitsForTheRunningOne) {
     EXPECT_EQ(droppedRan, 0);
 }
 
+TEST_F(DeliveryPoolTest, OnRealTimeACallDueNowRunsWhileEveryOtherThreadIsBusy) {
+    util::Clock::install(nullptr);
+    // One thread keeps time for a call a minute away; three run calls that wait for a fourth.
+    m_pool.postAfter(&kFirst, 60s, [] {});
+    std::promise<void> fourthRan;
+    std::shared_future<void> fourth = fourthRan.get_future().share();
+    std::atomic<int> waiting{0};
+    std::atomic<int> sawIt{0};
+    const int keys[3] = {};
+    for (const int& key : keys) {
+        m_pool.postAfter(&key, 0ms, [&] {
+            ++waiting;
+            if (fourth.wait_for(kEventLimit) == std::future_status::ready) {
+                ++sawIt;
+            }
+        });
+    }
+    ASSERT_TRUE(testing::eventually([&] { return waiting == 3; }));
+    m_pool.postAfter(&kSecond, 0ms, [&] { fourthRan.set_value(); });
+    ASSERT_TRUE(testing::eventually([&] { return sawIt == 3; }));
+}
+
+TEST_F(DeliveryPoolTest, OnRealTimeABarrierCoversWhatARunningCallPostsForNow) {
+    util::Clock::install(nullptr);
+    for (int round = 0; round < 20; ++round) {
+        std::atomic<bool> followed{false};
+        m_pool.postAfter(&kFirst, 0ms, [&] {
+            // Real time moves on before the call posts its follow-up for now.
+            const auto start = std::chrono::steady_clock::now();
+            while (std::chrono::steady_clock::now() - start < 2ms) {
+            }
+            m_pool.postAfter(&kSecond, 0ms, [&] { followed = true; });
+        });
+        ASSERT_TRUE(m_pool.barrier(kEventLimit));
+        EXPECT_TRUE(followed) << "the barrier returned before the follow-up ran";
+    }
+}
+
 }  // namespace
 }  // namespace sim
 }  // namespace tracker

@@ -239,6 +239,23 @@ TEST_F(SimulatedGatt, AnUnansweredRequestDropsTheLinkAfterThirtySeconds) {
     EXPECT_FALSE(proxy().discoverServices(second));
 }
 
+TEST_F(SimulatedGatt, AnswersTheStackGaveUpOnNeverCome) {
+    // Later than the stack waits, and the time passes in one step: the time-out wins.
+    const int connId = connect(kEddystone);
+    world().delayNext(GattAnswer::Discover, 31s);
+    ASSERT_TRUE(proxy().discoverServices(connId));
+    settle(40s);
+    EXPECT_EQ(gatt->log.events(), (Events{"state 0 2", "state 22 0"}));
+
+    auto late = std::make_shared<GattRecorder>();
+    int second = 0;
+    world().delayNext(GattAnswer::Connect, 35s);
+    ASSERT_TRUE(
+        proxy().connectGatt(std::make_shared<BluetoothDevice>(kEddystone), false, late, 0, second));
+    settle(40s);
+    EXPECT_EQ(late->log.events(), Events{"state 133 0"});
+}
+
 TEST_F(SimulatedGatt, ALinkGoesDownOnceAndNothingFollowsItsReport) {
     const int connId = ready();
     world().delayNext(GattAnswer::Read, 5s);

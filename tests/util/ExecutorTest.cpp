@@ -267,6 +267,35 @@ TEST(Executor, MayBeDestroyedByItsOwnTask) {
     }));
 }
 
+TEST(Executor, ADroppedTaskLetsGoOfItsCapturesBeforeItsFutureSaysSo) {
+    // A task dropped by shutdown() has let go of its captures once its future is ready, as a
+    // task that ran has; and a shutdown that drops the last reference to the Executor's owner
+    // (destroying the Executor inside the call) returns safely.
+    for (const bool lastReference : {false, true}) {
+        auto owner = std::make_shared<Owner>();
+        const std::weak_ptr<Owner> ownerWatch = owner;
+        Executor* const executor = &owner->executor;
+        Gate gate;
+        executor->pushTo(false, gate.task());
+        ASSERT_TRUE(gate.waitEntered());
+        auto capture = std::make_shared<int>(0);
+        const std::weak_ptr<int> watch = capture;
+        std::future<void> dropped = executor->pushTo(false, [capture] {});
+        capture.reset();
+        if (lastReference) {
+            executor->pushTo(false, [self = owner] {});
+            owner.reset();
+        }
+        std::future<void> stopped =
+            std::async(std::launch::async, [executor] { executor->shutdown(); });
+        ASSERT_EQ(dropped.wait_for(kEventLimit), std::future_status::ready);
+        EXPECT_TRUE(watch.expired()) << "the future was ready before the captures were gone";
+        gate.open();
+        ASSERT_EQ(stopped.wait_for(kEventLimit), std::future_status::ready);
+        EXPECT_EQ(ownerWatch.expired(), lastReference);
+    }
+}
+
 TEST(Executor, WaitersAndOverlappingShutdownsAllReturnOnceTheRunningTaskEnds) {
     Executor executor(1000ms);
     Gate gate;

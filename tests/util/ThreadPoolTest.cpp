@@ -8,6 +8,7 @@
 
 #include "log/LogCapture.h"
 #include "support/Waits.h"
+#include "tracker/util/Executor.h"
 #include "tracker/util/TaskThread.h"
 #include "tracker/util/WorkerThread.h"
 
@@ -170,6 +171,26 @@ TEST(TaskThread, GivesItsWorkerBackAndTheNextStartReusesIt) {
     const Stats after = statsOf(pool);
     EXPECT_EQ(after.obtained - before.obtained, 3u);
     EXPECT_LE(after.created - before.created, 1u) << "one worker serves every round";
+}
+
+TEST(TaskThread, WhatTheLoopHeldMayStartWorkAsTheLoopLetsGoOfIt) {
+    // An object held by the loop's function queues work on an idle Executor from its destructor.
+    // The only idle worker then must not be the one still busy destroying it.
+    struct Trigger {
+        Trigger(Executor* e, std::promise<void>* r) : executor(e), ran(r) {}
+        ~Trigger() {
+            executor->post(false, [ran = ran] { ran->set_value(); });
+        }
+        Executor* executor;
+        std::promise<void>* ran;
+    };
+    Executor executor(std::chrono::milliseconds(0));
+    std::promise<void> ran;
+    TaskThread task;
+    auto trigger = std::make_shared<Trigger>(&executor, &ran);
+    ASSERT_TRUE(task.start([trigger] { return false; }));
+    trigger.reset();
+    ASSERT_EQ(ran.get_future().wait_for(kEventLimit), std::future_status::ready);
 }
 
 }  // namespace

@@ -46,19 +46,7 @@ class Executor {
         using Result = decltype(f());
         auto promise = std::make_shared<std::promise<Result>>();
         std::future<Result> future = promise->get_future();
-        std::function<void()> task = [callable = std::optional<F>(std::move(f)),
-                                      promise]() mutable {
-            if constexpr (std::is_void_v<Result>) {
-                (*callable)();
-                callable.reset();
-                promise->set_value();
-            } else {
-                Result result = (*callable)();
-                callable.reset();
-                promise->set_value(std::move(result));
-            }
-        };
-        if (!enqueue(toFront, std::move(task))) {
+        if (!enqueue(toFront, PromisedTask<F, Result>{std::move(f), std::move(promise)})) {
             return {};
         }
         return future;
@@ -78,6 +66,34 @@ class Executor {
     bool isShutdown();
 
   private:
+    // A callable with the promise of its result. The callable, and what it captured, always
+    // goes first: before the promise is kept after a run, and before a dropped task's promise
+    // is broken, so no future is ever ready while the task still holds anything.
+    template <typename F, typename Result>
+    struct PromisedTask {
+        PromisedTask(F f, std::shared_ptr<std::promise<Result>> p)
+            : callable(std::move(f)), promise(std::move(p)) {}
+        PromisedTask(const PromisedTask&) = default;
+        PromisedTask(PromisedTask&&) = default;
+        PromisedTask& operator=(const PromisedTask&) = delete;
+        ~PromisedTask() { callable.reset(); }
+
+        void operator()() {
+            if constexpr (std::is_void_v<Result>) {
+                (*callable)();
+                callable.reset();
+                promise->set_value();
+            } else {
+                Result result = (*callable)();
+                callable.reset();
+                promise->set_value(std::move(result));
+            }
+        }
+
+        std::optional<F> callable;
+        std::shared_ptr<std::promise<Result>> promise;
+    };
+
     // The queue, its mutex and the borrowed thread (Executor.cpp). The run loop holds a reference
     // of its own, so a loop whose Executor was destroyed by the running task still has a queue
     // to finish on.

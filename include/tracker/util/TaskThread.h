@@ -35,15 +35,18 @@ class TaskThread {
     TaskThread& operator=(const TaskThread&) = delete;
 
     bool start(std::function<bool()> f);
-    // The loop; runs on the worker's thread, installed there by start().
+    // The loop; runs on the worker's thread, installed there by start(). f is destroyed before
+    // the worker goes back to the pool, and may own this TaskThread: the loop touches nothing
+    // of it once it has ended.
     void run(std::function<bool()> f);
 
   private:
     Mutex m_mutex;
-    // Signalled when a loop has ended and handed its worker back.
+    // Signalled when a loop has handed its worker back.
     std::condition_variable m_loopEnded;
-    // A loop is running f.
+    // A loop is running f, or has ended and not yet handed its worker back.
     bool m_looping TRACKER_GUARDED_BY(m_mutex) = false;
+    bool m_returning TRACKER_GUARDED_BY(m_mutex) = false;
     std::chrono::steady_clock::time_point m_lastStart TRACKER_GUARDED_BY(m_mutex);
     bool m_shuttingDown TRACKER_GUARDED_BY(m_mutex) = false;
     std::atomic<bool> m_stopRequested{false};

@@ -299,14 +299,18 @@ void World::deliverToScanLocked(ScanResult result) {
 }
 
 void World::failScanLocked(int errorCode) {
-    const std::shared_ptr<ScanCallbacks> callbacks = m_state->scan->callbacks;
+    // Moved, not copied, into the delivery: a copy left here could be the last one, and the
+    // library's callbacks would die under the mutex.
+    std::shared_ptr<ScanCallbacks> callbacks = std::move(m_state->scan->callbacks);
     m_state->scan.reset();
     ++m_state->generation;
-    m_deliveries.postAfter(callbacks.get(), util::Clock::Duration::zero(), [callbacks, errorCode] {
-        if (callbacks->failure) {
-            callbacks->failure(errorCode);
-        }
-    });
+    const DeliveryPool::Key key = callbacks.get();
+    m_deliveries.postAfter(key, util::Clock::Duration::zero(),
+                           [callbacks = std::move(callbacks), errorCode] {
+                               if (callbacks->failure) {
+                                   callbacks->failure(errorCode);
+                               }
+                           });
 }
 
 // --- faults ---------------------------------------------------------------------------------

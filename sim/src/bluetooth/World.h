@@ -150,7 +150,8 @@ class World {
     // The next connectGatt succeeds with this connection id (e.g. -1).
     void setNextConnectionId(int connId);
     // The next answer of that kind never comes, comes after `delay`, comes twice, or lacks
-    // something.
+    // something (Missing::Characteristic only for a descriptor write; reads and notifications
+    // can only lack their value). A disconnection comes once whatever is asked.
     void dropNext(GattAnswer answer);
     void delayNext(GattAnswer answer, util::Clock::Duration delay);
     void duplicateNext(GattAnswer answer);

@@ -83,9 +83,9 @@ void World::answerLocked(GattAnswer answer, int connId, uint64_t request,
     }
     const bool twice = faults.duplicate.erase(answer) > 0;
     const std::shared_ptr<Gatt>& callback = connectionLocked(connId)->callback;
-    const auto deliver = [this, connId, request, weak = std::weak_ptr<Gatt>(callback),
-                          call](std::function<void(Connection&)> apply) {
-        return [this, connId, request, weak, call, apply] {
+    const auto deliver = [this, connId, weak = std::weak_ptr<Gatt>(callback), call](
+                             uint64_t ends, std::function<void(Connection&)> apply) {
+        return [this, connId, ends, weak, call, apply] {
             std::shared_ptr<Gatt> target;
             {
                 std::lock_guard<std::mutex> lock(m_mutex);
@@ -94,7 +94,11 @@ void World::answerLocked(GattAnswer answer, int connId, uint64_t request,
                 if (current == nullptr || current->downReported) {
                     return;
                 }
-                if (request != 0 && current->outstanding == request) {
+                if (ends != 0) {
+                    // The stack gave up on the request (a time-out, a disconnection).
+                    if (current->outstanding != ends) {
+                        return;
+                    }
                     current->outstanding = 0;
                 }
                 if (apply) {
@@ -105,10 +109,10 @@ void World::answerLocked(GattAnswer answer, int connId, uint64_t request,
             call(*target);
         };
     };
-    m_deliveries.postAfter(callback.get(), delay, deliver(std::move(update)));
+    m_deliveries.postAfter(callback.get(), delay, deliver(request, std::move(update)));
     if (twice) {
         // The stack's state changed with the first; the second only repeats the call.
-        m_deliveries.postAfter(callback.get(), delay, deliver(nullptr));
+        m_deliveries.postAfter(callback.get(), delay, deliver(0, nullptr));
     }
 }
 
@@ -169,10 +173,14 @@ void World::tryConnectLocked(int connId) {
         return;  // the stack keeps trying until its time-out
     }
     connection->connectAnswered = true;
+    // The attempt is a request of its own: a time-out or a disconnection ends it, and an answer
+    // that comes later is dropped.
+    const uint64_t attempt = m_state->nextRequest++;
+    connection->outstanding = attempt;
     const int status = takeStatusLocked(GattAnswer::Connect, 0);
     const int newState = status == 0 ? Gatt::STATE_CONNECTED : Gatt::STATE_DISCONNECTED;
     answerLocked(
-        GattAnswer::Connect, connId, 0,
+        GattAnswer::Connect, connId, attempt,
         [status](Connection& current) {
             if (current.link == Connection::Link::Connecting) {
                 current.link = status == 0 ? Connection::Link::Connected : Connection::Link::Down;
@@ -189,7 +197,11 @@ World::Connection* World::connectionLocked(int connId) {
 
 World::Connection* World::currentLocked(int connId, const std::weak_ptr<Gatt>& callback) {
     Connection* connection = connectionLocked(connId);
-    return connection != nullptr && connection->callback == callback.lock() ? connection : nullptr;
+    // Compared by owner, without lock(): a locked copy could be the last reference to a
+    // replaced connection's callback and die here, under the mutex.
+    const bool same = connection != nullptr && !callback.owner_before(connection->callback) &&
+                      !connection->callback.owner_before(callback);
+    return same ? connection : nullptr;
 }
 
 uint64_t World::startRequestLocked(int connId) {

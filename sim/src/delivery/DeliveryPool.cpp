@@ -11,8 +11,9 @@ namespace sim {
 
 namespace {
 
-// The pool whose thread this is, if any.
+// The pool whose thread this is, if any, and when the call it runs was due.
 thread_local const DeliveryPool* t_pool = nullptr;
+thread_local DeliveryPool::TimePoint t_runningDue;
 
 // Live pools, stopped at exit. Never destroyed: exit runs handlers and destructors in turn.
 std::mutex& liveMutex() {
@@ -73,10 +74,15 @@ void DeliveryPool::post(Key key, TimePoint due, std::function<void()> action) {
         return;
     }
     if (due <= now) {
+        // What a call posts for now counts as due when that call was, so that a barrier
+        // covering the call covers it too, however much real time has passed.
+        if (t_pool == this) {
+            due = std::min(due, t_runningDue);
+        }
         // Anything of this key that fell due earlier goes first.
         promoteDueLocked(now);
         if (appendDueLocked(key, Call{due, std::move(action)})) {
-            m_work.notify_one();
+            wakeForReadyLocked();
         }
         return;
     }
@@ -91,6 +97,15 @@ void DeliveryPool::post(Key key, TimePoint due, std::function<void()> action) {
 
 void DeliveryPool::postAfter(Key key, util::Clock::Duration delay, std::function<void()> action) {
     post(key, util::Clock::current()->now() + delay, std::move(action));
+}
+
+void DeliveryPool::wakeForReadyLocked() {
+    if (m_idleThreads > 0) {
+        m_work.notify_one();
+    } else if (m_timekeeping) {
+        // Every other thread is busy: the one keeping time takes it.
+        m_timer.notify_one();
+    }
 }
 
 void DeliveryPool::promoteDueLocked(TimePoint now) {
@@ -142,10 +157,13 @@ void DeliveryPool::run() {
             line.running = true;
             m_running.push_back(call.due);
             // While this thread delivers, another takes the next line or keeps time.
-            if (!m_ready.empty() || (!m_timed.empty() && !m_timekeeping)) {
+            if (!m_ready.empty()) {
+                wakeForReadyLocked();
+            } else if (!m_timed.empty() && !m_timekeeping) {
                 m_work.notify_one();
             }
             lock.unlock();
+            t_runningDue = call.due;
             call.action();
             call.action = nullptr;
             lock.lock();
@@ -166,7 +184,9 @@ void DeliveryPool::run() {
             m_timekeeping = false;
             continue;
         }
+        ++m_idleThreads;
         m_work.wait(lock);
+        --m_idleThreads;
     }
 }
 

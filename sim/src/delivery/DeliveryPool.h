@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -30,7 +31,8 @@ namespace sim {
 // library's statics gone). After stop() posts are dropped.
 //
 // Thread-safety: every member may be called from any thread. barrier() must not be called from
-// a delivery (it would wait for itself); clear() from a delivery waits only for the others.
+// a delivery (it would wait for itself); clear() from a delivery waits only for the others, and
+// two deliveries must not clear at once (each would wait for the other).
 // m_mutex guards everything below it.
 class DeliveryPool {
   public:
@@ -72,6 +74,8 @@ class DeliveryPool {
     // True if the key's line became ready: a call of a line already running or waiting needs no
     // thread woken for it.
     bool appendDueLocked(Key key, Call call);
+    // A line became ready: an idle thread takes it, or, with none idle, the one keeping time.
+    void wakeForReadyLocked();
     // Whether a call due at or before `time` is waiting or running.
     bool pendingByLocked(TimePoint time) const;
     void stopThreads();
@@ -91,6 +95,8 @@ class DeliveryPool {
     // Due times of the calls running now.
     std::vector<TimePoint> m_running;
     bool m_timekeeping = false;
+    // Threads waiting on m_work.
+    int m_idleThreads = 0;
     bool m_stopping = false;
     std::vector<std::thread> m_threads;
 };
