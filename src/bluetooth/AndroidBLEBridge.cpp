@@ -15,7 +15,7 @@ namespace bluetooth {
 
 namespace {
 
-const Log kLog("AndroidBLEBridge");
+const Log& kLog = *new Log("AndroidBLEBridge");
 
 using android::bluetooth::BluetoothUuid;
 using android::bluetooth::le::ScanFilter;

@@ -6,6 +6,7 @@
 
 #include "tracker/bluetooth/AndroidBLEBridge.h"
 #include "tracker/bluetooth/BleUtils.h"
+#include "tracker/bluetooth/BluetoothManager.h"
 #include "tracker/util/Clock.h"
 #include "tracker/util/Log.h"
 
@@ -22,7 +23,7 @@ using android::os::ParcelUuid;
 using com::orvane::frameworklink::interfaces::ParcelByteArray;
 using com::orvane::frameworklink::managers::AndroidBTProxyManager;
 
-const Log kLog("AndroidBTGattHandler");
+const Log& kLog = *new Log("AndroidBTGattHandler");
 
 // The Client Characteristic Configuration descriptor.
 const ParcelUuid kConfigurationDescriptorUuid =
@@ -55,12 +56,16 @@ AndroidBTGattHandler::AndroidBTGattHandler(std::shared_ptr<BluetoothManagerClien
 
 AndroidBTGattHandler::~AndroidBTGattHandler() = default;
 
-bool AndroidBTGattHandler::connect(std::shared_ptr<TrackerDeviceAddr> addr, int& connId) {
+bool AndroidBTGattHandler::connect(std::shared_ptr<TrackerDeviceAddr> addr, int& connId,
+                                   const std::function<void(int)>& accepted) {
     auto device =
         std::make_shared<android::bluetooth::BluetoothDevice>(BleUtils::getBleAddress(addr));
     MutexLock lock(m_mutex);
     const bool connected = proxy()->connectGatt(device, false, shared_from_this(), 0, connId);
     m_connHandle = static_cast<unsigned long long>(static_cast<long long>(connId));
+    if (connected && accepted) {
+        accepted(connId);
+    }
     return connected;
 }
 
@@ -174,22 +179,33 @@ void AndroidBTGattHandler::handleConnectionStateChange(int status, int newState)
                    BleUtils::getBleAddress(m_deviceAddr).c_str());
             m_client->onConnected(m_deviceAddr, handle);
             break;
-        case STATE_DISCONNECTED:
+        case STATE_DISCONNECTED: {
             kLog.d("%s: Disonnected to %s", "operator()",
                    BleUtils::getBleAddress(m_deviceAddr).c_str());
-            if (!proxy()->close(toConnId(handle))) {
+            const bool closedAlready = m_closed.exchange(true);
+            if (!closedAlready && !proxy()->close(toConnId(handle))) {
                 kLog.e("%s: Failed to close Gatt client for connHandle=%llu", "operator()", handle);
             }
             m_client->onDisconnected(
                 m_deviceAddr, handle,
                 static_cast<TrackerStatus>(AndroidBLEBridge::toTrackerGattStatus(status)));
-            if (m_btManager) {
-                m_btManager->cleanConnectionDB(handle);
+            if (!closedAlready) {
+                forget(handle);
             }
             break;
+        }
         default:
             kLog.e("%s: unsupported, state=%d", "operator()", newState);
             break;
+    }
+}
+
+void AndroidBTGattHandler::forget(unsigned long long handle) {
+    // The manager forgets this connection, not whichever took over its id meanwhile.
+    if (auto* manager = dynamic_cast<BluetoothManager*>(m_btManager.get())) {
+        manager->cleanConnectionDB(handle, weak_from_this());
+    } else if (m_btManager) {
+        m_btManager->cleanConnectionDB(handle);
     }
 }
 

@@ -18,7 +18,7 @@ namespace {
 using com::orvane::frameworklink::managers::AndroidBTProxyManager;
 using com::orvane::frameworklink::managers::FrameworkLinkDeathRecipient;
 
-const Log kLog(BluetoothManager::kName);
+const Log& kLog = *new Log(BluetoothManager::kName);
 
 // How long the proxy's initialisation may wait for the platform service.
 constexpr int kProxyWaitLimit = 300;
@@ -158,6 +158,7 @@ void BluetoothManager::notifyOnInitializationFailure() {
 }
 
 void BluetoothManager::handleAndroidBtProxyDeath() {
+    endConnectionsOnProxyDeath();
     if (!initializeWithRetrySync()) {
         kLog.e("%s: Failed to re-init", "handleAndroidBtProxyDeath");
     }
@@ -214,8 +215,11 @@ bool BluetoothManager::stop(std::shared_ptr<Client> client) {
         return false;
     }
     found->second = false;
-    // One scan serves every client: it stops even while others are still started.
-    if (m_discoveryActive) {
+    // A start still queued gives way.
+    m_discoveryWanted = false;
+    // One scan serves every client: it stops even while others are still started. A scan a start
+    // task submitted counts before that task's flag follows.
+    if (m_discoveryActive || m_scanSubmitted) {
         return stopBeaconDiscovery();
     }
     kLog.i("%s: scanning already stopped", kFunction);
@@ -230,7 +234,7 @@ bool BluetoothManager::reload(std::shared_ptr<Client> client) {
         return false;
     }
     kLog.i("%s: reloading scan filters...", kFunction);
-    if (m_discoveryActive) {
+    if (m_discoveryActive || m_scanSubmitted) {
         kLog.e("%s, Stopping beacon scanning before reload.", kFunction);
         if (!stopBeaconDiscovery()) {
             kLog.e("%s, failed to stop scanning", kFunction);

@@ -20,7 +20,7 @@ using com::orvane::frameworklink::managers::AndroidBTProxyManager;
 using Registrations = std::unordered_map<std::shared_ptr<IConnectivityEventCallback>,
                                          std::shared_ptr<ConnectivityEventCallbackImpl>>;
 
-const Log kLog(BluetoothManager::kName);
+const Log& kLog = *new Log(BluetoothManager::kName);
 
 // The adapter registered with the platform for each client callback, by the callback's address.
 // Registration is expected from one thread, but a lock costs nothing here and keeps two callers

@@ -23,7 +23,7 @@ using android::bluetooth::le::ScanFilter;
 using android::bluetooth::le::ScanResult;
 using com::orvane::frameworklink::managers::AndroidBTProxyManager;
 
-const Log kLog(BluetoothManager::kName);
+const Log& kLog = *new Log(BluetoothManager::kName);
 
 // The reason the failure metric gives when every attempt to start the scan failed.
 constexpr int kStartFailureReason = -1;
@@ -31,6 +31,7 @@ constexpr int kStartFailureReason = -1;
 }  // namespace
 
 void BluetoothManager::initializeBeaconDiscoveryLocked() {
+    m_discoveryWanted = true;
     m_executor.post(false, [self = shared_from_this()] { self->runDiscoveryStartTask(); });
 }
 
@@ -103,6 +104,14 @@ bool BluetoothManager::startBeaconDiscovery() {
     if (platformFilters.empty()) {
         kLog.e("%s: Empty android supported scan filter, do not start beacon discovery.",
                kFunction);
+        return true;
+    }
+    // The platform calls happen under the registry's mutex, one at a time with the clients'
+    // stops: no client is called here, and a stop either comes first (and this start gives
+    // way) or finds this scan submitted.
+    MutexLock lock(m_mutex);
+    if (!m_discoveryWanted) {
+        kLog.i("%s: discovery stopped meanwhile, do not start beacon discovery.", kFunction);
         return true;
     }
     // A scan an earlier start submitted may still run: two starts queued back to back (rapid

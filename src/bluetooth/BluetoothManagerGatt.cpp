@@ -21,7 +21,7 @@ namespace {
 using com::orvane::frameworklink::managers::AndroidBTProxyManager;
 using Handlers = std::unordered_map<unsigned long long, std::shared_ptr<AndroidBTGattHandler>>;
 
-const Log kLog(BluetoothManager::kName);
+const Log& kLog = *new Log(BluetoothManager::kName);
 
 // The connection table: handle to handler, from a successful connect() until the connection is
 // forgotten. s_gattMutex guards only the table: no handler and no platform call runs under it,
@@ -44,31 +44,12 @@ std::shared_ptr<AndroidBTGattHandler> findHandler(unsigned long long connHandle)
     return found != s_gattHandlers.end() ? found->second : nullptr;
 }
 
-// Closes each connection the predicate picks and takes it out of the table; the handlers are
-// returned so that they die after the lock.
-template <typename Predicate>
-std::vector<std::shared_ptr<AndroidBTGattHandler>> closeConnections(Predicate pick) {
-    std::vector<std::shared_ptr<AndroidBTGattHandler>> closed;
-    const std::shared_ptr<AndroidBTProxyManager> proxy = AndroidBTProxyManager::getManager();
-    MutexLock lock(s_gattMutex);
-    for (auto entry = s_gattHandlers.begin(); entry != s_gattHandlers.end();) {
-        if (!pick(entry->first, *entry->second)) {
-            ++entry;
-            continue;
-        }
-        proxy->close(toConnId(entry->first));
-        closed.push_back(std::move(entry->second));
-        entry = s_gattHandlers.erase(entry);
-    }
-    return closed;
-}
-
 }  // namespace
 
 bool BluetoothManager::connect(std::shared_ptr<TrackerDeviceAddr> addr,
                                std::shared_ptr<Client> client) {
     static constexpr const char* kFunction = "connect";
-    if (!addr || !client) {
+    if (!addr || addr->addr.size() != 6 || !client) {
         kLog.e("%s: invalid parameters", kFunction);
         return false;
     }
@@ -78,16 +59,18 @@ bool BluetoothManager::connect(std::shared_ptr<TrackerDeviceAddr> addr,
         BleUtils::stringToTrackerDeviceAddr(mac.c_str());
     auto handler = std::make_shared<AndroidBTGattHandler>(std::move(client), deviceAddr);
     int connId = -1;
-    if (!handler->connect(addr, connId)) {
+    std::shared_ptr<AndroidBTGattHandler> replaced;  // dies after both locks
+    // In the table before its first state change can reach the client, which may then use it.
+    const bool connected = handler->connect(addr, connId, [&](int accepted) {
+        MutexLock lock(s_gattMutex);
+        std::shared_ptr<AndroidBTGattHandler>& slot = s_gattHandlers[toHandle(accepted)];
+        replaced = std::move(slot);
+        slot = handler;
+    });
+    if (!connected) {
         kLog.e("unableToConnectToPeripheral");
-        return false;
     }
-    std::shared_ptr<AndroidBTGattHandler> replaced;  // dies after the lock
-    MutexLock lock(s_gattMutex);
-    std::shared_ptr<AndroidBTGattHandler>& slot = s_gattHandlers[toHandle(connId)];
-    replaced = std::move(slot);
-    slot = std::move(handler);
-    return true;
+    return connected;
 }
 
 bool BluetoothManager::disconnect(unsigned long long connHandle) {
@@ -138,18 +121,64 @@ bool BluetoothManager::setCharacteristicNotification(unsigned long long connHand
 }
 
 void BluetoothManager::cleanConnectionDB(unsigned long long connHandle) {
-    m_executor.post(
-        false, [self = shared_from_this(), connHandle] { self->runCleanConnectionDB(connHandle); });
+    cleanConnectionDB(connHandle, {});
 }
 
-void BluetoothManager::runCleanConnectionDB(unsigned long long connHandle) {
+void BluetoothManager::cleanConnectionDB(unsigned long long connHandle,
+                                         std::weak_ptr<const AndroidBTGattHandler> ended) {
+    m_executor.post(false, [self = shared_from_this(), connHandle, ended = std::move(ended)] {
+        self->runCleanConnectionDB(connHandle, ended);
+    });
+}
+
+void BluetoothManager::runCleanConnectionDB(
+    unsigned long long connHandle, const std::weak_ptr<const AndroidBTGattHandler>& ended) {
+    const auto sameOwner = [](const auto& a, const auto& b) {
+        return !a.owner_before(b) && !b.owner_before(a);
+    };
     std::shared_ptr<AndroidBTGattHandler> forgotten;  // dies after the lock
     MutexLock lock(s_gattMutex);
     const auto found = s_gattHandlers.find(connHandle);
-    if (found != s_gattHandlers.end()) {
+    if (found == s_gattHandlers.end()) {
+        return;
+    }
+    if (sameOwner(ended, std::weak_ptr<const AndroidBTGattHandler>()) ||
+        sameOwner(ended, found->second)) {
         forgotten = std::move(found->second);
         s_gattHandlers.erase(found);
     }
+}
+
+void BluetoothManager::endConnectionsOnProxyDeath() {
+    // The generic GATT error: the client hears of a failure.
+    static constexpr int kGattError = 133;
+    Handlers ended;
+    {
+        MutexLock lock(s_gattMutex);
+        ended.swap(s_gattHandlers);
+    }
+    for (auto& [connHandle, handler] : ended) {
+        handler->markClosed();
+        handler->onConnectionStateChange(kGattError, AndroidBTGattHandler::STATE_DISCONNECTED);
+    }
+}
+
+std::vector<std::shared_ptr<AndroidBTGattHandler>> BluetoothManager::closeConnections(
+    const std::function<bool(unsigned long long, AndroidBTGattHandler&)>& pick) {
+    std::vector<std::shared_ptr<AndroidBTGattHandler>> closed;
+    const std::shared_ptr<AndroidBTProxyManager> proxy = AndroidBTProxyManager::getManager();
+    MutexLock lock(s_gattMutex);
+    for (auto entry = s_gattHandlers.begin(); entry != s_gattHandlers.end();) {
+        if (!pick(entry->first, *entry->second)) {
+            ++entry;
+            continue;
+        }
+        entry->second->markClosed();
+        proxy->close(toConnId(entry->first));
+        closed.push_back(std::move(entry->second));
+        entry = s_gattHandlers.erase(entry);
+    }
+    return closed;
 }
 
 void BluetoothManager::runGattDbCleanupTask() {

@@ -8,7 +8,7 @@ namespace util {
 namespace bluetooth {
 
 namespace {
-const Log kLog("ConnectivityEventCallbackImpl");
+const Log& kLog = *new Log("ConnectivityEventCallbackImpl");
 }  // namespace
 
 IConnectivityEventCallback::~IConnectivityEventCallback() = default;

@@ -12,7 +12,7 @@ namespace http {
 
 namespace {
 
-const Log kLog("HTTPClient");
+const Log& kLog = *new Log("HTTPClient");
 
 }  // namespace
 

@@ -11,7 +11,7 @@ namespace json {
 
 namespace {
 
-const Log kLog("JSONBuilder");
+const Log& kLog = *new Log("JSONBuilder");
 
 constexpr std::size_t kBufferCapacity = 256;
 constexpr std::size_t kNestingStackBytes = 256;

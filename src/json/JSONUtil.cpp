@@ -15,7 +15,7 @@ namespace json {
 
 namespace {
 
-const Log kLog("JSONUtil");
+const Log& kLog = *new Log("JSONUtil");
 
 constexpr std::size_t kBufferCapacity = 256;
 

@@ -8,11 +8,12 @@ namespace metricutils {
 MetricsManager::~MetricsManager() = default;
 
 std::shared_ptr<MetricsManager> MetricsManager::getInstance() {
-    static std::shared_ptr<MetricsManager> instance;
-    if (!instance) {
-        instance = std::make_shared<MlogMetricsManager>();
+    // Never destroyed: a manager's thread may still record a metric while the process exits.
+    static auto* instance = new std::shared_ptr<MetricsManager>();
+    if (!*instance) {
+        *instance = std::make_shared<MlogMetricsManager>();
     }
-    return instance;
+    return *instance;
 }
 
 }  // namespace metricutils

@@ -8,7 +8,7 @@ namespace tracker {
 namespace util {
 
 namespace {
-const Log kLog("PresenceNetworkInfo");
+const Log& kLog = *new Log("PresenceNetworkInfo");
 using com::orvane::frameworklink::managers::BasicUtilsManager;
 }  // namespace
 

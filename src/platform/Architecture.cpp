@@ -10,7 +10,7 @@ namespace util {
 
 namespace {
 
-const Log kLog("Architecture");
+const Log& kLog = *new Log("Architecture");
 
 // The device OS's own version wins; the Android release string is the fallback.
 constexpr const char* kOsVersionProperty = "ro.build.version.kelpos";

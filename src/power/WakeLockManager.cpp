@@ -7,7 +7,7 @@ namespace util {
 namespace power {
 
 namespace {
-const Log kLog("WakeLockManager");
+const Log& kLog = *new Log("WakeLockManager");
 }
 
 WakeLockManager::WakeLockManager(const std::string& /*tag*/, bool) {

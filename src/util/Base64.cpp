@@ -9,7 +9,7 @@ namespace util {
 
 namespace {
 
-const Log kLog("Base64");
+const Log& kLog = *new Log("Base64");
 
 constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 constexpr char kPad = '=';

@@ -17,9 +17,10 @@ class RealClock : public Clock {
 };
 
 // Read and replaced with the atomic shared_ptr operations: current() is called from any thread.
+// Never destroyed: threads still running at exit read it.
 std::shared_ptr<Clock>& installed() {
-    static std::shared_ptr<Clock> clock = std::make_shared<RealClock>();
-    return clock;
+    static auto* clock = new std::shared_ptr<Clock>(std::make_shared<RealClock>());
+    return *clock;
 }
 
 }  // namespace

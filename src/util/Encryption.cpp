@@ -12,7 +12,7 @@ namespace util {
 
 namespace {
 
-const Log kLog("Encryption");
+const Log& kLog = *new Log("Encryption");
 
 // ECB does not use it; EVP takes one all the same.
 constexpr unsigned char kFixedIv[16] = {0x74, 0x72, 0x61, 0x63, 0x6b, 0x65, 0x72, 0x75,

@@ -10,7 +10,7 @@ namespace tracker {
 namespace util {
 
 namespace {
-const Log kLog("TaskThread");
+const Log& kLog = *new Log("TaskThread");
 // The TaskThread whose ended loop is letting go of its function on this thread, if any; cleared
 // by that TaskThread's destructor when the function held the last way to it.
 thread_local const TaskThread* t_returning = nullptr;

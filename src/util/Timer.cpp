@@ -5,7 +5,7 @@
 namespace tracker {
 namespace util {
 
-const Log TSTIMERLOG("Timer");
+const Log& TSTIMERLOG = *new Log("Timer");
 
 namespace {
 // The Timer whose schedule runs on this thread, so that stop() from its callable does not join

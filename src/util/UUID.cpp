@@ -14,7 +14,7 @@ namespace util {
 
 namespace {
 
-const Log kLog("UUID");
+const Log& kLog = *new Log("UUID");
 
 constexpr const char* kRandomDeviceToken = "/dev/urandom";
 constexpr double kMinimumEntropy = 600.0;

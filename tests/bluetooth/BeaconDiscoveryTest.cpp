@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <future>
 
 #include "bluetooth/ManagerFixture.h"
 #include "support/Waits.h"
@@ -92,6 +93,19 @@ TEST_F(BeaconDiscovery, EachResultReachesExactlyOneClientTheFirstThatMatches) {
     EXPECT_TRUE(fromCompany.uuid.uuid.empty()) << "no service UUID, none passed on";
     EXPECT_TRUE(fromCompany.serviceData.empty());
     EXPECT_EQ(hexOf(fromCompany.manuData.at(0).data), hexOf({0x01, 0x71, 0xAA, 0xBB}));
+
+    // The path's own lines, addresses obfuscated.
+    for (const std::string& expected :
+         {line('I', "startBeaconDiscovery: starting beacon scanner"),
+          line('D', "buildScanFilterLocked: building scan filter"),
+          line('D', "startBeaconDiscovery: scanFilterSize = 4"), line('D', "scanResultCb"),
+          line('D',
+               "processScanResult: scanInstance = 0, address=MAC:00:01, "
+               "serviceUUID=0000feaa-0000-1000-8000-00805f9b34fb"),
+          line('D', "processScanResult: scanInstance = 0, address=MAC:00:02, serviceUUID="),
+          line('D', "notifyOnBeaconScanResult")}) {
+        EXPECT_TRUE(m_log.contains(expected)) << expected;
+    }
 }
 
 TEST_F(BeaconDiscovery, AReloadRebuildsButTheFirstBuildsPairsKeepPrecedence) {
@@ -144,6 +158,56 @@ TEST_F(BeaconDiscovery, AStartWhileTheScanRunsReplacesIt) {
     EXPECT_EQ(requests.back(), "start 2");
 }
 
+// A client whose filters take until the test lets them go: it holds the start task mid-build.
+class SlowFilters : public RecordingClient {
+  public:
+    explicit SlowFilters(std::vector<TrackerScanFilter> filters)
+        : RecordingClient(std::move(filters)) {}
+    std::shared_ptr<BluetoothManagerScanFilter> getScanFilter() override {
+        if (!announced.exchange(true)) {
+            building.set_value();
+        }
+        released.wait_for(kEventLimit);
+        return RecordingClient::getScanFilter();
+    }
+    std::atomic<bool> announced{false};
+    std::promise<void> building;
+    std::promise<void> release;
+    std::shared_future<void> released = release.get_future().share();
+};
+
+TEST_F(BeaconDiscovery, AStopThatComesWhileAStartIsUnderWayWins) {
+    // Stopped before the start task got to the platform: it gives way.
+    auto slow = std::make_shared<SlowFilters>(std::vector<TrackerScanFilter>{eddystoneFilter()});
+    ASSERT_TRUE(manager()->registerConnector(slow));
+    ASSERT_TRUE(manager()->start(slow));
+    ASSERT_EQ(slow->building.get_future().wait_for(kEventLimit), std::future_status::ready);
+    EXPECT_TRUE(manager()->stop(slow));
+    EXPECT_TRUE(logged('I', "stop: scanning already stopped"));
+    slow->release.set_value();
+    ASSERT_TRUE(awaitLine(
+        'I', "startBeaconDiscovery: discovery stopped meanwhile, do not start beacon discovery."));
+    EXPECT_TRUE(scanRequests().empty());
+
+    // A client joins a running scan, and another client stops while the join's start task
+    // builds: the scan stays stopped.
+    auto steady = client({companyFilter()});
+    m_log.clear();
+    ASSERT_TRUE(manager()->start(slow));
+    ASSERT_TRUE(manager()->start(steady));
+    ASSERT_TRUE(awaitScanStarted());
+    auto joiner = std::make_shared<SlowFilters>(std::vector<TrackerScanFilter>{markerFilter()});
+    ASSERT_TRUE(manager()->registerConnector(joiner));
+    ASSERT_TRUE(manager()->start(joiner));
+    ASSERT_EQ(joiner->building.get_future().wait_for(kEventLimit), std::future_status::ready);
+    EXPECT_TRUE(manager()->stop(steady));
+    joiner->release.set_value();
+    ASSERT_TRUE(awaitLine(
+        'I', "startBeaconDiscovery: discovery stopped meanwhile, do not start beacon discovery."));
+    EXPECT_FALSE(world().scanning());
+    EXPECT_EQ(scanRequests(), (Events{"start 2", "stop"}));
+}
+
 TEST_F(BeaconDiscovery, NothingToScanForIsNotAFailure) {
     // An address filter is not for the platform scan: nothing is started, and that is success.
     auto byAddress = client({addressFilter({0xC0, 0xFF, 0xEE, 0x00, 0x00, 0x01})});
@@ -190,6 +254,7 @@ TEST_F(BeaconDiscovery, FiveFailedStartsBackOffAndReportOnce) {
         records[0].record.rfind("MetricName=BluetoothStartFailure;SY,FailureReason=-1;IN,", 0), 0u);
     EXPECT_EQ(scanRequests(), Events(5, "start 1"));
     EXPECT_FALSE(world().scanning());
+    EXPECT_TRUE(eventually([&] { return count('E', "operator(): Beacon scan failed") == 5; }));
 
     // Discovery stays off until the next start or reload; the flag says so too.
     m_log.clear();
@@ -203,6 +268,10 @@ TEST_F(BeaconDiscovery, AStartThatSucceedsOnTheThirdAttempt) {
     auto only = client({eddystoneFilter()});
     startAll({only}, 2);
     EXPECT_EQ(m_clock->sleeps(), (std::vector<util::Clock::Duration>{2s, 4s}));
+    EXPECT_EQ(scanRequests(), Events(3, "start 1"));
+    EXPECT_TRUE(logged('E', "unable to start discovery, retrying after 2 seconds"));
+    EXPECT_TRUE(logged('E', "unable to start discovery, retrying after 4 seconds"));
+    EXPECT_FALSE(logged('E', "unable to start discovery, retrying after 6 seconds"));
     EXPECT_TRUE(m_metrics.records().empty());
     EXPECT_TRUE(world().scanning());
 }

@@ -150,6 +150,54 @@ TEST_F(ManagerTest, ResultsReloadsAndGattSessionsAllAtOnce) {
     EXPECT_TRUE(world().openConnections().empty());
 }
 
+// Holds the routing in its first result until exit has begun.
+class HeldClient : public RecordingClient {
+  public:
+    using RecordingClient::RecordingClient;
+    void onBeaconScanResult(std::shared_ptr<util::bluetooth::TrackerScanRecord> record,
+                            Extra extra) override {
+        if (!m_held.exchange(true)) {
+            entered.set_value();
+            release().get_future().wait();
+        }
+        RecordingClient::onBeaconScanResult(std::move(record), std::move(extra));
+    }
+    static std::promise<void>& release() {
+        static auto* promise = new std::promise<void>;
+        return *promise;
+    }
+    std::promise<void> entered;
+
+  private:
+    std::atomic<bool> m_held{false};
+};
+
+TEST(ManagerExit, AProcessMayExitWhileResultsAreStillRouted) {
+    // On real time: the manager's executor goes on routing thousands of queued results while
+    // the process tears its statics down.
+    EXPECT_EXIT(
+        {
+            sim::World::instance().reset();
+            const auto manager = util::bluetooth::BluetoothManagerInterface::getInstance();
+            auto held = std::make_shared<HeldClient>(
+                std::vector<TrackerScanFilter>{uuidFilter({0xFE, 0xAA})});
+            manager->registerConnector(held);
+            manager->start(held);
+            if (!eventually([] { return sim::World::instance().scanning(); })) {
+                std::exit(2);
+            }
+            sim::World::instance().injectAdvertisement(kEddystone, kEddystoneAd, -50);
+            held->entered.get_future().wait();
+            for (int result = 0; result < 3000; ++result) {
+                sim::World::instance().injectAdvertisement(kEddystone, kEddystoneAd, -50);
+            }
+            sim::World::instance().barrier(kEventLimit);
+            std::atexit([] { HeldClient::release().set_value(); });
+            std::exit(0);
+        },
+        ::testing::ExitedWithCode(0), "");
+}
+
 }  // namespace
 }  // namespace testing
 }  // namespace tracker

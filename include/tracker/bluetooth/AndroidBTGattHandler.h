@@ -1,6 +1,8 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -45,7 +47,10 @@ class AndroidBTGattHandler : public com::orvane::frameworklink::managers::IAndro
 
     // Opens the connection (the handler must be owned by a shared_ptr); connId is the
     // platform's id for it, kept, sign-extended, as the connection handle whatever the result.
-    bool connect(std::shared_ptr<TrackerDeviceAddr> addr, int& connId);
+    // `accepted`, if given, runs with the id once the platform accepted the connection, before
+    // any state change of it can reach the client.
+    bool connect(std::shared_ptr<TrackerDeviceAddr> addr, int& connId,
+                 const std::function<void(int)>& accepted = nullptr);
     bool disconnect();
     bool discoverAllServices();
     // The first characteristic with that UUID in any discovered service with that UUID; fails
@@ -73,7 +78,15 @@ class AndroidBTGattHandler : public com::orvane::frameworklink::managers::IAndro
                            int status) override;
 
   private:
+    friend class BluetoothManager;
+
+    // The manager closed the connection and forgot it (a clean-up, the proxy's death): a
+    // disconnection reported later neither closes nor forgets it again, as its id may belong to
+    // a new connection by then.
+    void markClosed() { m_closed = true; }
     void handleConnectionStateChange(int status, int newState);
+    // Has the manager forget this connection once it is over.
+    void forget(unsigned long long handle);
     void handleServicesDiscovered(int status);
     unsigned long long connHandle();
     // A copy of the characteristic a request names, or nothing (logged with the operation).
@@ -87,6 +100,7 @@ class AndroidBTGattHandler : public com::orvane::frameworklink::managers::IAndro
     Mutex m_mutex;
     unsigned long long m_connHandle TRACKER_GUARDED_BY(m_mutex) = ~0ULL;
     std::vector<android::bluetooth::BluetoothGattService> m_services TRACKER_GUARDED_BY(m_mutex);
+    std::atomic<bool> m_closed{false};
     Executor m_executor{std::chrono::milliseconds(1000)};
     const std::shared_ptr<BluetoothManagerInterface> m_btManager;
 };

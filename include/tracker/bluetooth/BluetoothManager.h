@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <map>
 #include <memory>
 #include <utility>
@@ -22,6 +23,8 @@ namespace tracker {
 namespace util {
 namespace bluetooth {
 
+class AndroidBTGattHandler;
+
 // The Bluetooth manager behind BluetoothManagerInterface::getInstance(). Logs under
 // "TrackerD-BluetoothManager".
 //
@@ -34,7 +37,11 @@ namespace bluetooth {
 //   needs no lock. The filter build copies the registry under m_mutex and asks the clients for
 //   their filters outside it.
 // - Platform scan callbacks only convert a result and queue it on m_executor.
-// - m_discoveryActive is atomic: client calls read it, executor tasks write it.
+// - m_discoveryActive is atomic: client calls read it, executor tasks write it. The start task
+//   makes its platform calls under m_mutex too (it calls no client there), so a client's stop
+//   and a start never interleave: a stop makes a start still queued give way
+//   (m_discoveryWanted), and finds a scan a start submitted (m_scanSubmitted) even before the
+//   task that sets m_discoveryActive has run.
 // - The GATT connection table and the connectivity registrations are file-scope, each under
 //   its own mutex (BluetoothManagerGatt.cpp, BluetoothManagerConnectivity.cpp).
 // - m_cleanupTimer runs the GATT clean-up on its own thread every 10 minutes.
@@ -45,8 +52,13 @@ namespace bluetooth {
 // clock.
 //
 // Choices made where the behaviour is not fixed elsewhere:
-// - A null client or address is refused with a log line; a client whose getScanFilter() is null
-//   contributes no filters (warned).
+// - A null client, or an address that is not six bytes, is refused with a log line; a client
+//   whose getScanFilter() is null contributes no filters (warned).
+// - The platform may hand out a connection id again once its connection is closed: a handler
+//   that ends forgets only its own entry, and a connection the manager closed (clean-up, proxy
+//   death) is not closed again by a disconnection reported later.
+// - When the proxy dies, every open connection is over: its client hears onDisconnected with
+//   an error status, and the connection is forgotten.
 // - A proxy death re-initialises the proxy but does not restart discovery, and does not clear
 //   m_discoveryActive: a client that wants scanning again calls reload().
 // - A scan failure reported by the platform is logged only; discovery is considered running
@@ -56,7 +68,8 @@ namespace bluetooth {
 // - A start task that finds a scan of an earlier start still running (two reloads in a row, a
 //   client that starts while the scan runs) stops it and starts its own, with every client's
 //   current filters, instead of asking the platform for a second scan that it would refuse.
-//   m_discoveryActive still changes only once the start task is over.
+// - A stop that comes while a start task is queued or running wins: the task does not start
+//   the scan ("discovery stopped meanwhile"), or the stop stops the scan it just started.
 class BluetoothManager : public BluetoothManagerInterface,
                          public std::enable_shared_from_this<BluetoothManager> {
   public:
@@ -137,11 +150,23 @@ class BluetoothManager : public BluetoothManagerInterface,
     void runDiscoveryStartTask() TRACKER_EXCLUDES(m_mutex);
     void notifyOnBeaconScanResult(std::shared_ptr<TrackerScanRecord> record,
                                   TrackerExtraBeaconData extra);
-    // Any thread.
-    bool stopBeaconDiscovery();
+    bool stopBeaconDiscovery() TRACKER_REQUIRES(m_mutex);
 
     // --- GATT (BluetoothManagerGatt.cpp) ----------------------------------------------------
-    void runCleanConnectionDB(unsigned long long connHandle);
+    friend class AndroidBTGattHandler;
+    // Forgets the connection if the handle still names it: the platform may have given its id
+    // to a new connection meanwhile. An empty `ended` forgets whatever the handle names.
+    void cleanConnectionDB(unsigned long long connHandle,
+                           std::weak_ptr<const AndroidBTGattHandler> ended);
+    void runCleanConnectionDB(unsigned long long connHandle,
+                              const std::weak_ptr<const AndroidBTGattHandler>& ended);
+    // After the proxy's death: the platform reports nothing more for its connections, so each
+    // is forgotten and its client told, through its handler, that it is over.
+    void endConnectionsOnProxyDeath();
+    // Closes each connection `pick` chooses and forgets it, without telling its client; the
+    // handlers are returned so that they die after the table's lock.
+    static std::vector<std::shared_ptr<AndroidBTGattHandler>> closeConnections(
+        const std::function<bool(unsigned long long, AndroidBTGattHandler&)>& pick);
     // On the clean-up timer's thread: closes connections opened k_cleanupInterval or more ago.
     void runGattDbCleanupTask();
 
@@ -149,15 +174,16 @@ class BluetoothManager : public BluetoothManagerInterface,
     Executor m_executor{std::chrono::milliseconds(1000)};
     const std::shared_ptr<orvane::metricutils::MetricsManager> m_metricsManager;
     std::atomic<bool> m_discoveryActive{false};
-    // A scan a start task submitted is running and nothing stopped it since. Unlike
-    // m_discoveryActive it is set as the platform accepts the scan, not a task later, so a
-    // second start can replace the first's scan rather than be refused by the platform.
-    std::atomic<bool> m_scanSubmitted{false};
     std::shared_ptr<BluetoothManagerScanFilter> m_scanFilter;
     std::vector<UuidPair> m_uuidFilterClients;
     std::vector<ManuDataPair> m_manuDataFilterClients;
     Mutex m_mutex;
     std::map<std::shared_ptr<Client>, bool> m_clients TRACKER_GUARDED_BY(m_mutex);
+    // A start or reload asked for the scan and no stop came since.
+    bool m_discoveryWanted TRACKER_GUARDED_BY(m_mutex) = false;
+    // A scan a start task submitted is running and nothing stopped it since. Unlike
+    // m_discoveryActive it is set as the platform accepts the scan, not a task later.
+    bool m_scanSubmitted TRACKER_GUARDED_BY(m_mutex) = false;
     // Serialises initialisations: the first, in getInstance(), and a recovery after a death that
     // came while it ran. Not held while clients are told.
     Mutex m_initMutex;

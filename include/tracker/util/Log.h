@@ -8,7 +8,9 @@ namespace tracker {
 namespace util {
 
 // A tagged logger. Every source file of the library owns one, built during static
-// initialisation, whose tag is "TrackerD-" followed by the file's component name.
+// initialisation, whose tag is "TrackerD-" followed by the file's component name. It is
+// allocated once and never destroyed (const Log& kLog = *new Log("Name")), so that the
+// library's threads that are still running while the process exits can log.
 //
 // Each call forwards the tag, the format and the arguments to DeviceLogger, which hands them to
 // the platform log in one call: no string is built here and nothing is filtered, the platform

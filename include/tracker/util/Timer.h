@@ -14,8 +14,8 @@
 namespace tracker {
 namespace util {
 
-// The Timer's logger, "TrackerD-Timer".
-extern const Log TSTIMERLOG;
+// The Timer's logger, "TrackerD-Timer" (never destroyed, like every file's logger).
+extern const Log& TSTIMERLOG;
 
 // Runs a callable on a thread of its own after an initial delay, then every period, `count`
 // times (0: until stopped). One schedule at a time. The clock is the one in force at start();

@@ -36,12 +36,10 @@ void stopLivePools() {
 
 DeliveryPool::DeliveryPool(int threads) {
     static std::once_flag registered;
-    std::call_once(registered, [] {
-        // Exit runs handlers and static destructors in the reverse order of their registration
-        // and construction: made to exist first, the real clock outlives the handler.
-        util::Clock::current();
-        std::atexit(stopLivePools);
-    });
+    // Exit runs handlers and static destructors in the reverse order of their registration and
+    // construction: registered with the first pool, the handler stops the threads before the
+    // statics made before it go, the library's among them.
+    std::call_once(registered, [] { std::atexit(stopLivePools); });
     {
         std::lock_guard<std::mutex> lock(liveMutex());
         livePools().push_back(this);

@@ -5,8 +5,10 @@ namespace util {
 namespace time {
 
 std::shared_ptr<SafeCTimeAccess> SafeCTimeAccess::instance() {
-    static const std::shared_ptr<SafeCTimeAccess> shared = std::make_shared<SafeCTimeAccess>();
-    return shared;
+    // Never destroyed: threads may still convert times while the process exits.
+    static const auto* shared =
+        new std::shared_ptr<SafeCTimeAccess>(std::make_shared<SafeCTimeAccess>());
+    return *shared;
 }
 
 bool SafeCTimeAccess::getGmtime(const time_t& t, tm* out) {

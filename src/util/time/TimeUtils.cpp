@@ -11,7 +11,7 @@ namespace time {
 
 namespace {
 
-const Log kLog("TimeUtils");
+const Log& kLog = *new Log("TimeUtils");
 
 // Field positions of "YYYY-MM-DDTHH:MM:SS+zzzz", derived from its separators.
 constexpr std::size_t kDateSeparator = sizeof("-") - 1;
