@@ -14,8 +14,9 @@ using util::bluetooth::TrackerDeviceAddr;
 using util::bluetooth::TrackerStatus;
 
 // A client that connects again from onDisconnected, and discovers from onConnected: both are
-// allowed from inside callbacks. It acts before it records, so that a test that has seen the
-// record knows the request was made.
+// allowed from inside callbacks. It discovers before it records the connection, so that a test
+// that has seen the record knows the request was made; it records the disconnection before it
+// reconnects, as the new connection's report may otherwise overtake the record.
 class Reconnecting : public RecordingClient {
   public:
     void onConnected(std::shared_ptr<TrackerDeviceAddr> addr, unsigned long long h) override {
@@ -24,10 +25,10 @@ class Reconnecting : public RecordingClient {
     }
     void onDisconnected(std::shared_ptr<TrackerDeviceAddr> addr, unsigned long long h,
                         TrackerStatus status) override {
+        RecordingClient::onDisconnected(addr, h, status);
         if (reconnect.exchange(false)) {
             manager->connect(addr, self.lock());
         }
-        RecordingClient::onDisconnected(addr, h, status);
     }
 
     std::shared_ptr<util::bluetooth::BluetoothManagerInterface> manager;
