@@ -11,6 +11,8 @@
 #include <optional>
 #include <sstream>
 
+#include "inloc/InLocService.h"
+
 namespace tracker {
 namespace sim {
 
@@ -216,7 +218,7 @@ TagSpec tag(const Value& json, const std::string& path) {
     }
     onlyKnown(json, path,
               {"address", "advertisement", "intervalMs", "txPower", "connectable", "distance",
-               "gatt", "pairing"});
+               "gatt", "pairing", "membership", "rangeBuckets"});
     TagSpec tagSpec;
     tagSpec.address = address(required(json, path, "address"), path + ".address");
     tagSpec.advertisement =
@@ -262,6 +264,12 @@ TagSpec tag(const Value& json, const std::string& path) {
     if (const Value* paired = member(json, "pairing")) {
         tagSpec.pairing = pairing(*paired, path + ".pairing", tagSpec.address);
     }
+    if (const Value* membership = member(json, "membership")) {
+        tagSpec.membership = hexBytes(*membership, path + ".membership");
+    }
+    if (const Value* buckets = member(json, "rangeBuckets")) {
+        tagSpec.rangeBuckets = boolean(*buckets, path + ".rangeBuckets");
+    }
     return tagSpec;
 }
 
@@ -282,6 +290,7 @@ bool loadScenario(const std::string& json, World& world, std::string* error) {
     std::optional<int> failInitializations;
     std::optional<int> failScanStarts;
     std::optional<bool> failPaired;
+    std::optional<int> failAdapterInits;
     if (message.empty()) {
         try {
             onlyKnown(document, "", {"range", "tags", "faults"});
@@ -298,7 +307,8 @@ bool loadScenario(const std::string& json, World& world, std::string* error) {
                     fail("faults", "expected an object");
                 }
                 onlyKnown(*faults, "faults",
-                          {"failInitializations", "failScanStarts", "failPairedDeviceQuery"});
+                          {"failInitializations", "failScanStarts", "failPairedDeviceQuery",
+                           "failAdapterInits"});
                 if (const Value* value = member(*faults, "failInitializations")) {
                     failInitializations = integer(*value, "faults.failInitializations");
                 }
@@ -307,6 +317,9 @@ bool loadScenario(const std::string& json, World& world, std::string* error) {
                 }
                 if (const Value* value = member(*faults, "failPairedDeviceQuery")) {
                     failPaired = boolean(*value, "faults.failPairedDeviceQuery");
+                }
+                if (const Value* value = member(*faults, "failAdapterInits")) {
+                    failAdapterInits = integer(*value, "faults.failAdapterInits");
                 }
             }
         } catch (const FieldError& field) {
@@ -334,6 +347,10 @@ bool loadScenario(const std::string& json, World& world, std::string* error) {
     }
     if (failPaired) {
         world.failNext(ProxyCall::GetPairedDevices, *failPaired ? World::kEveryCall : 0);
+    }
+    if (failAdapterInits) {
+        InLocService::instance().failNext(InLocCall::AdapterInit, IXA_STATUS_NOT_READY,
+                                          *failAdapterInits);
     }
     return true;
 }

@@ -22,9 +22,12 @@ namespace sim {
 //               "characteristics": [{"uuid": "...", "properties": 18, "value": "64",
 //                                    "notify": true}]}],   notify adds the 2902 descriptor;
 //                                    properties default to read, plus notify with notify
-//     "pairing": {"dsn": "G0001", "state": 12, "category": [3, 14], "inputDescriptor": ""}
+//     "pairing": {"dsn": "G0001", "state": 12, "category": [3, 14], "inputDescriptor": ""},
+//     "membership": "0a0b0c0d",               optional, hex of its InLoc membership
+//     "rangeBuckets": false                   optional, InLoc reports a bucket, not a distance
 //   }],
-//   "faults": {"failInitializations": 0, "failScanStarts": 0, "failPairedDeviceQuery": false}
+//   "faults": {"failInitializations": 0, "failScanStarts": 0, "failPairedDeviceQuery": false,
+//              "failAdapterInits": 0}
 // }
 //
 // A description that does not parse or has a wrong field is refused whole: false, nothing

@@ -7,6 +7,7 @@
 #include <android/bluetooth/le/ScanRecord.h>
 
 #include "bluetooth/WorldState.h"
+#include "inloc/InLocService.h"
 
 namespace tracker {
 namespace sim {
@@ -81,6 +82,7 @@ World& World::instance() {
 World::World() : m_state(std::make_unique<State>()) {}
 
 void World::reset() {
+    InLocService::instance().reset();
     std::unique_ptr<State> old;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
@@ -112,13 +114,18 @@ bool World::admitLocked(ProxyCall call) {
 // --- the world ------------------------------------------------------------------------------
 
 void World::addTag(TagSpec tagSpec) {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    tagSpec.address = normalisedAddress(tagSpec.address);
-    auto tag = std::make_shared<Tag>(Tag{std::move(tagSpec), util::Clock::current()->now(), {}});
-    m_state->tags[tag->tagSpec.address] = tag;
-    if (m_state->scan) {
-        scheduleAdvertisingLocked(tag, tag->tagSpec.interval);
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        tagSpec.address = normalisedAddress(tagSpec.address);
+        auto tag =
+            std::make_shared<Tag>(Tag{std::move(tagSpec), util::Clock::current()->now(), {}});
+        m_state->tags[tag->tagSpec.address] = tag;
+        if (m_state->scan) {
+            scheduleAdvertisingLocked(tag, tag->tagSpec.interval);
+        }
     }
+    // The InLoc service reports only while there are tags: it may have to start again.
+    InLocService::instance().tagsChanged();
 }
 
 bool World::removeTag(const std::string& address) {
@@ -231,6 +238,25 @@ double World::distanceLocked(const Tag& tag) const {
         }
     }
     return points.back().second;
+}
+
+std::vector<TagSighting> World::tagsInRange() const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    std::vector<TagSighting> sightings;
+    for (const auto& entry : m_state->tags) {
+        const TagSpec& spec = entry.second->tagSpec;
+        const double metres = distanceLocked(*entry.second);
+        if (metres <= m_state->range) {
+            sightings.push_back(
+                {spec.address, spec.advertisement, spec.membership, spec.rangeBuckets, metres});
+        }
+    }
+    return sightings;
+}
+
+bool World::hasTags() const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return !m_state->tags.empty();
 }
 
 bool World::inRangeLocked(const Tag& tag) const {

@@ -38,6 +38,19 @@ struct TagSpec {
     std::vector<android::bluetooth::BluetoothGattService> gatt;
     // Present for a device the platform knows from pairing.
     std::optional<com::orvane::frameworklink::interfaces::RemoteDeviceAdapter> pairing;
+    // The InLoc membership the tag belongs to (empty: none), and whether the InLoc service
+    // reports it by range bucket rather than by measured distance.
+    std::vector<uint8_t> membership;
+    bool rangeBuckets = false;
+};
+
+// A tag as the InLoc service sees it now.
+struct TagSighting {
+    std::string address;  // upper case
+    std::vector<uint8_t> advertisement;
+    std::vector<uint8_t> membership;
+    bool rangeBuckets;
+    double metres;
 };
 
 // The proxy's operations, for failing the next calls and counting them.
@@ -106,9 +119,12 @@ class World {
     // The process-wide world (never destroyed).
     static World& instance();
 
-    // Back to a fresh world: no tags, no scan, no connections, no faults, proxy uninitialised.
-    // Waits for the deliveries in progress.
+    // Back to a fresh world: no tags, no scan, no connections, no faults, proxy uninitialised,
+    // the InLoc service afresh. Waits for the deliveries in progress.
     void reset();
+
+    // The platform's callback threads, shared by the simulated services.
+    DeliveryPool& deliveries() { return m_deliveries; }
 
     // --- the world -------------------------------------------------------------------------
     void addTag(TagSpec tag);
@@ -135,6 +151,9 @@ class World {
     void setRange(double metres);
     // RSSI of a tag at that distance (log-distance path loss, exponent 2), without noise.
     static int rssiAt(int txPower, double metres);
+    // The tags within range now, and whether there are any tags at all.
+    std::vector<TagSighting> tagsInRange() const;
+    bool hasTags() const;
 
     // --- faults ----------------------------------------------------------------------------
     // The next `count` calls of that operation return false (kEveryCall: all of them).
