@@ -185,9 +185,13 @@ bool InLocManager::executeStart(const std::shared_ptr<Client>& client) {
     if (!m_sessionStarted) {
         std::future<bool> startup = startSessionLocked();
         // The callbacks that complete the startup need the mutex.
+        m_startupAwaited = true;
         lock.unlock();
-        const std::future_status status = Clock::current()->waitFor(startup, k_operationTimeout);
+        std::future_status status = Clock::current()->waitFor(startup, k_operationTimeout);
         lock.lock();
+        m_startupAwaited = false;
+        // A completion that came while the mutex was being taken back still counts.
+        status = startup.wait_for(std::chrono::seconds(0));
         if (status == std::future_status::timeout) {
             kLog.e("%s: timed out waiting for startup to complete", kFunction);
             return false;
@@ -225,8 +229,10 @@ bool InLocManager::executeStop(const std::shared_ptr<Client>& client) {
     }
     if (m_scanTimer.isActive()) {
         m_scanTimer.stop();
-        m_scanPaused = false;
     }
+    // Also when the timer has just fired and its step is still queued: a stopped cycle must not
+    // leave the next start paused.
+    m_scanPaused = false;
     // Address tracking stays: only a reload that drops the filter ends it.
     return stopTrackingByMembershipLocked(getCurrentScanFilters());
 }
@@ -268,6 +274,8 @@ bool InLocManager::executeToggleScan() {
     if (m_scanPaused) {
         if (!allClientsStarted()) {
             kLog.i("%s: stopped while paused; not resuming", kFunction);
+            // The cycle ends here; the start that follows tracks at once.
+            m_scanPaused = false;
             return true;
         }
         m_scanPaused = false;
@@ -335,6 +343,10 @@ void InLocManager::setStartupStateLocked(bool result) {
     // Fulfilled once: a later report finds no promise.
     if (std::unique_ptr<std::promise<bool>> promise = std::move(m_startupPromise)) {
         promise->set_value(result);
+    }
+    // The start that opened the session gave up waiting: nothing would enable tracking.
+    if (result && !m_startupAwaited) {
+        enqueueOperation(Operation(Operation::START));
     }
 }
 

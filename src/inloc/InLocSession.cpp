@@ -206,9 +206,16 @@ bool InLocManager::updateScanFilter(Filters& added, Filters& removed) {
         }
         m_scanFilter->addScanFilters(std::move(filters));
     }
+    // Compared as sets: a filter two clients hold stays while either does.
     Filters current = m_scanFilter->getScanFilters();
-    std::sort(old.begin(), old.end());
-    std::sort(current.begin(), current.end());
+    for (Filters* list : {&old, &current}) {
+        std::sort(list->begin(), list->end());
+        list->erase(std::unique(list->begin(), list->end(),
+                                [](const TrackerScanFilter& a, const TrackerScanFilter& b) {
+                                    return !(a < b) && !(b < a);
+                                }),
+                    list->end());
+    }
     removed.clear();
     added.clear();
     std::set_difference(old.begin(), old.end(), current.begin(), current.end(),
@@ -293,6 +300,11 @@ bool InLocManager::setScanPeriod(std::shared_ptr<Client> client, Seconds active,
     }
     if (found->second.started) {
         kLog.e("%s: cannot change scan period of started client", kFunction);
+        return false;
+    }
+    if (active.count() < 0 || inactive.count() < 0) {
+        kLog.e("%s: invalid scan period, active=%llds, inactive=%llds", kFunction,
+               static_cast<long long>(active.count()), static_cast<long long>(inactive.count()));
         return false;
     }
     found->second.activeInterval = active;

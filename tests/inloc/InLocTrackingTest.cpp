@@ -11,6 +11,7 @@ using Requests = std::vector<std::string>;
 
 const std::vector<uint8_t> kHome = {0x0a, 0x0b, 0x0c, 0x0d};
 const std::vector<uint8_t> kWork = {0x1a, 0x1b};
+const std::vector<uint8_t> kKeysMembership = {0x2a, 0x2b};
 constexpr const char* kKeys = "C0:FF:EE:00:00:01";
 constexpr const char* kBag = "C0:FF:EE:00:00:02";
 
@@ -194,13 +195,27 @@ TEST_F(InLocTest, TheDutyCyclePausesAndResumesMembershipTrackingOnly) {
     ASSERT_TRUE(eventually([] { return service().trackedMemberships().empty(); }));
     EXPECT_EQ(service().trackedAddresses(), addresses);
 
+    // A client that registers while the cycle is paused ends it at the next resume; its start
+    // then tracks at once.
+    ASSERT_TRUE(m_clock->waitForDeadline(m_clock->now() + 20s, kEventLimit));
+    auto late = client({membershipFilter(kKeysMembership)});
+    m_clock->advance(20s);
+    ASSERT_TRUE(awaitLine('I', "executeToggleScan: stopped while paused; not resuming"));
+    EXPECT_FALSE(
+        manager()->setScanPeriod(late, InLocManager::Seconds(-1), InLocManager::Seconds(2)));
+    EXPECT_TRUE(logged('E', "setScanPeriod: invalid scan period, active=-1s, inactive=2s"));
+    ASSERT_TRUE(manager()->start(late));
+    EXPECT_EQ(service().trackedMemberships().size(), 3u);
+
     // A stop while paused ends the cycle; the next start tracks at once.
+    manager()->onPeriodicScanTimer();
+    ASSERT_TRUE(eventually([] { return service().trackedMemberships().empty(); }));
     EXPECT_TRUE(manager()->stop(only));
     EXPECT_TRUE(manager()->start(only));
-    EXPECT_EQ(service().trackedMemberships(), (std::set<std::vector<uint8_t>>{kHome, kWork}));
+    EXPECT_EQ(service().trackedMemberships().size(), 3u);
     m_clock->advance(1h);
     settle();
-    EXPECT_EQ(service().trackedMemberships().size(), 2u) << "the cycle stays stopped";
+    EXPECT_EQ(service().trackedMemberships().size(), 3u) << "the cycle stays stopped";
 }
 
 }  // namespace

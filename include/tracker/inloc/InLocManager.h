@@ -55,6 +55,12 @@ namespace inloc {
 // - The tracked-devices map and the membership owners only grow (a reload appends again and
 //   the earliest owner keeps precedence); no second owner list is kept, as nothing would
 //   read it.
+// - A reload compares the merged lists as sets: a filter that another client still holds is
+//   not stopped when one client drops it.
+// - A session that completes after its start gave up waiting (10 s) queues a client-less start,
+//   so that tracking is enabled all the same.
+// - A stop, and a resume step that finds a client stopped, end the duty cycle and clear the
+//   paused state, so the next start tracks at once. Negative scan periods are refused.
 class InLocManager : public std::enable_shared_from_this<InLocManager> {
   public:
     using Client = InLocManagerClientInterface;
@@ -181,6 +187,8 @@ class InLocManager : public std::enable_shared_from_this<InLocManager> {
         k_defaultScanInactiveInterval;
     Timer m_scanTimer;
     std::unique_ptr<std::promise<bool>> m_startupPromise TRACKER_GUARDED_BY(m_mutex);
+    // A start waits for the startup promise.
+    bool m_startupAwaited TRACKER_GUARDED_BY(m_mutex) = false;
     Executor m_callbackExecutor{std::chrono::milliseconds(1000)};
     mutable Mutex m_filterMutex;
     std::shared_ptr<bluetooth::BluetoothManagerScanFilter> m_scanFilter

@@ -15,8 +15,8 @@ namespace inloc {
 //
 // Callbacks arrive on the manager's callback executor, one at a time, except
 // onRingDeviceResult, which arrives on a platform thread. A callback may call the manager's
-// ringDeviceByAddress and setScanPeriod; it must not wait for start, stop or reload, whose
-// operations may be waiting for the callback executor.
+// ringDeviceByAddress and setScanPeriod; no callback may call start, stop or reload, whose
+// operations may be waiting for the callback executor or for the platform's answers.
 class InLocManagerClientInterface {
   public:
     virtual ~InLocManagerClientInterface() = default;

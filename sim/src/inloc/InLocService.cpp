@@ -1,6 +1,7 @@
 #include "inloc/InLocService.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <cstdio>
 #include <limits>
@@ -31,10 +32,18 @@ std::string addressText(const uint8_t* bytes, std::size_t length) {
     return text;
 }
 
+// "AA:BB:..." as bytes; a pair that is not hex reads as 0.
 std::vector<uint8_t> addressBytes(const std::string& text) {
+    const auto digit = [](char c) -> int {
+        return std::isxdigit(static_cast<unsigned char>(c))
+                   ? (std::isdigit(static_cast<unsigned char>(c)) ? c - '0' : (c | 0x20) - 'a' + 10)
+                   : -1;
+    };
     std::vector<uint8_t> bytes;
     for (std::size_t i = 0; i + 1 < text.size(); i += 3) {
-        bytes.push_back(static_cast<uint8_t>(std::stoul(text.substr(i, 2), nullptr, 16)));
+        const int high = digit(text[i]);
+        const int low = digit(text[i + 1]);
+        bytes.push_back(high < 0 || low < 0 ? 0 : static_cast<uint8_t>(high << 4 | low));
     }
     return bytes;
 }
@@ -193,8 +202,7 @@ void InLocService::reportAdapterStatus(ixaInloc_adapterStatus_t status) {
         return;
     }
     const auto statusChanged = m_state->adapter->statusChanged;
-    World::instance().deliveries().postAfter(m_state->adapterKey, util::Clock::Duration::zero(),
-                                             [statusChanged, status] { statusChanged(status); });
+    toAdapterLocked([statusChanged, status] { statusChanged(status); });
 }
 
 bool InLocService::injectDistanceEvent(const InjectedDistanceEvent& event) {
@@ -297,6 +305,21 @@ void InLocService::toClientLocked(Call call) {
                                              });
 }
 
+template <typename Call>
+void InLocService::toAdapterLocked(Call call) {
+    const uint64_t epoch = m_state->epoch;
+    World::instance().deliveries().postAfter(m_state->adapterKey, util::Clock::Duration::zero(),
+                                             [this, epoch, call = std::move(call)] {
+                                                 {
+                                                     std::lock_guard<std::mutex> lock(m_mutex);
+                                                     if (epoch != m_state->epoch) {
+                                                         return;
+                                                     }
+                                                 }
+                                                 call();
+                                             });
+}
+
 void InLocService::postDeviceResultsLocked(InLocCall call, std::vector<DeviceResult> results) {
     toClientLocked([call, results = std::move(results)](
                        const ixaInloc_distanceClientCallbacks_t& callbacks) {
@@ -386,8 +409,7 @@ ixa_status_t InLocService::adapterInit(uint32_t version,
     m_state->initialised = answer == IXA_STATUS_SUCCESS;
     if (callbacks->initialized != nullptr) {
         const auto initialized = callbacks->initialized;
-        World::instance().deliveries().postAfter(callbacks, util::Clock::Duration::zero(),
-                                                 [initialized, answer] { initialized(answer); });
+        toAdapterLocked([initialized, answer] { initialized(answer); });
     }
     return status;
 }

@@ -134,6 +134,9 @@ class InLocService {
     // was reset or the client replaced meanwhile.
     template <typename Call>
     void toClientLocked(Call call);
+    // Runs `call` on the adapter's delivery line, unless the service was reset meanwhile.
+    template <typename Call>
+    void toAdapterLocked(Call call);
     void postDeviceResultsLocked(InLocCall call, std::vector<DeviceResult> results);
     void startReportingLocked();
     void report(uint64_t generation);
