@@ -131,7 +131,7 @@ class InLocService {
     ixa_status_t changeAddresses(InLocCall call, std::vector<std::string> addresses, bool valid);
     ixa_status_t answerLocked(InLocCall call);
     // Runs `call` with the client's callbacks on the client's delivery line, unless the service
-    // was reset or the client replaced meanwhile.
+    // was reset or the adapter started again meanwhile.
     template <typename Call>
     void toClientLocked(Call call);
     // Runs `call` on the adapter's delivery line, unless the service was reset meanwhile.
