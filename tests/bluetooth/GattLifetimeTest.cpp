@@ -16,7 +16,8 @@ using util::bluetooth::TrackerStatus;
 // A client that connects again from onDisconnected, and discovers from onConnected: both are
 // allowed from inside callbacks. It discovers before it records the connection, so that a test
 // that has seen the record knows the request was made; it records the disconnection before it
-// reconnects, as the new connection's report may otherwise overtake the record.
+// reconnects, as the new connection's report could otherwise overtake the record, so a test
+// waits for the reconnection request itself.
 class Reconnecting : public RecordingClient {
   public:
     void onConnected(std::shared_ptr<TrackerDeviceAddr> addr, unsigned long long h) override {
@@ -54,6 +55,8 @@ TEST_F(GattConnection, AReconnectionThatGetsTheSameIdKeepsIt) {
     ASSERT_TRUE(world().peerDisconnect(kEddystone));
     settle();
     ASSERT_TRUE(client->log.waitForCount(3));
+    // The client reconnects after recording; its request must be in before time moves on.
+    ASSERT_TRUE(eventually([] { return world().calls(sim::ProxyCall::ConnectGatt) == 2; }));
     settle();
     ASSERT_TRUE(client->log.waitForCount(4));
     settle();
