@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "log/LogCapture.h"
 #include "metrics/MetricsCapture.h"
 #include "sim/SimTags.h"
+#include "support/LoggedWorld.h"
 #include "support/ManagerClients.h"
 #include "support/SimBluetooth.h"
 #include "tracker/bluetooth/BluetoothManager.h"
@@ -19,10 +19,9 @@ namespace testing {
 // A fresh world on a manual clock, the manager's log lines and metrics captured, and helpers to
 // wait for what the manager does on its own threads. The manager is made on first use, so a
 // test can prepare the proxy's faults first.
-class ManagerTest : public SimulatedWorld {
+class ManagerTest : public LoggedWorld<kBluetoothManagerTag> {
   protected:
     using Manager = util::bluetooth::BluetoothManagerInterface;
-    static constexpr const char* kTag = "TrackerD-BluetoothManager";
 
     std::shared_ptr<Manager> manager() {
         if (!m_manager) {
@@ -41,25 +40,6 @@ class ManagerTest : public SimulatedWorld {
         return created;
     }
 
-    // "<letter> <tag>: <message>" of the manager's lines.
-    static std::string line(char level, const std::string& message) {
-        return std::string(1, level) + " " + kTag + ": " + message;
-    }
-    bool logged(char level, const std::string& message) {
-        return m_log.contains(line(level, message));
-    }
-    // Waits for a line, which the manager writes on one of its threads.
-    ::testing::AssertionResult awaitLine(char level, const std::string& message) {
-        if (m_log.waitFor(line(level, message), kEventLimit)) {
-            return ::testing::AssertionSuccess();
-        }
-        return ::testing::AssertionFailure() << "never logged: " << line(level, message);
-    }
-    std::size_t count(char level, const std::string& message) {
-        const std::vector<std::string> texts = m_log.texts();
-        return static_cast<std::size_t>(
-            std::count(texts.begin(), texts.end(), line(level, message)));
-    }
     // The scan starts and stops the manager asked for, as "start N" (N filters) and "stop".
     std::vector<std::string> scanRequests() {
         std::vector<std::string> requests;
@@ -76,7 +56,6 @@ class ManagerTest : public SimulatedWorld {
         return started ? awaitLine('I', "operator(): Beacon scan started") : started;
     }
 
-    sim::LogCapture m_log;
     sim::MetricsCapture m_metrics;
     std::shared_ptr<Manager> m_manager;
 };

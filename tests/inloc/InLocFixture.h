@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "inloc/InLocService.h"
-#include "log/LogCapture.h"
+#include "support/LoggedWorld.h"
 #include "support/SimBluetooth.h"
 #include "tracker/bluetooth/BleUtils.h"
 #include "tracker/inloc/InLocManager.h"
@@ -103,10 +103,8 @@ class InLocClient : public util::inloc::InLocManagerClientInterface {
 };
 
 // A fresh world and InLoc service on a manual clock, the manager's log lines captured.
-class InLocTest : public SimulatedWorld {
+class InLocTest : public LoggedWorld<kInLocManagerTag> {
   protected:
-    static constexpr const char* kTag = "TrackerD-InLocManager";
-
     static std::shared_ptr<InLocManager> manager() { return InLocManager::getInstance(); }
     static sim::InLocService& service() { return sim::InLocService::instance(); }
 
@@ -153,21 +151,6 @@ class InLocTest : public SimulatedWorld {
         }
         return requests;
     }
-
-    static std::string line(char level, const std::string& message) {
-        return std::string(1, level) + " " + kTag + ": " + message;
-    }
-    bool logged(char level, const std::string& message) {
-        return m_log.contains(line(level, message));
-    }
-    ::testing::AssertionResult awaitLine(char level, const std::string& message) {
-        if (m_log.waitFor(line(level, message), kEventLimit)) {
-            return ::testing::AssertionSuccess();
-        }
-        return ::testing::AssertionFailure() << "never logged: " << line(level, message);
-    }
-
-    sim::LogCapture m_log;
 };
 
 }  // namespace testing

@@ -249,11 +249,11 @@ TEST(SimulatedPlatformExit, AProcessMayExitWhileTagsAdvertise) {
                 world.reset();
                 ASSERT_TRUE(world.initialize(300));
                 for (int tag = 0; tag < 20; ++tag) {
-                    TagSpec spec = tagAt("C0:FF:EE:00:01:00", kEddystoneAd);
-                    spec.address[16] = static_cast<char>('A' + tag % 6);
-                    spec.address[15] = static_cast<char>('0' + tag / 6);
-                    spec.interval = std::chrono::milliseconds(1);
-                    world.addTag(spec);
+                    TagSpec next = tagAt("C0:FF:EE:00:01:00", kEddystoneAd);
+                    next.address[16] = static_cast<char>('A' + tag % 6);
+                    next.address[15] = static_cast<char>('0' + tag / 6);
+                    next.interval = std::chrono::milliseconds(1);
+                    world.addTag(next);
                 }
                 std::promise<void> busy;
                 std::atomic<int> results{0};

@@ -244,11 +244,11 @@ std::vector<TagSighting> World::tagsInRange() const {
     std::lock_guard<std::mutex> lock(m_mutex);
     std::vector<TagSighting> sightings;
     for (const auto& entry : m_state->tags) {
-        const TagSpec& spec = entry.second->tagSpec;
+        const TagSpec& tag = entry.second->tagSpec;
         const double metres = distanceLocked(*entry.second);
         if (metres <= m_state->range) {
             sightings.push_back(
-                {spec.address, spec.advertisement, spec.membership, spec.rangeBuckets, metres});
+                {tag.address, tag.advertisement, tag.membership, tag.rangeBuckets, metres});
         }
     }
     return sightings;

@@ -68,38 +68,38 @@ struct HeapAddress {
 };
 
 void deliverEvent(const ixaInloc_distanceClientCallbacks_t& callbacks,
-                  const InjectedDistanceEvent& spec) {
+                  const InjectedDistanceEvent& report) {
     if (callbacks.distanceTracking == nullptr) {
         return;
     }
     auto event = std::make_unique<ixaInloc_distanceEvent_t>();
-    const auto advertisement = heapCopy(spec.advertisement);
-    auto buckets = std::make_unique<uint16_t[]>(spec.buckets.size());
-    std::copy(spec.buckets.begin(), spec.buckets.end(), buckets.get());
-    event->reportKind = spec.reportKind;
-    event->flags = spec.flags;
-    event->advDataLen = static_cast<uint16_t>(spec.advertisement.size());
+    const auto advertisement = heapCopy(report.advertisement);
+    auto buckets = std::make_unique<uint16_t[]>(report.buckets.size());
+    std::copy(report.buckets.begin(), report.buckets.end(), buckets.get());
+    event->reportKind = report.reportKind;
+    event->flags = report.flags;
+    event->advDataLen = static_cast<uint16_t>(report.advertisement.size());
     event->advData = advertisement.get();
-    event->bucketCount = static_cast<uint8_t>(spec.buckets.size());
+    event->bucketCount = static_cast<uint8_t>(report.buckets.size());
     event->buckets = buckets.get();
-    event->bucketIndex = spec.bucketIndex;
-    event->accumulatedDistance = spec.accumulatedDistance;
-    event->sampleCount = spec.sampleCount;
+    event->bucketIndex = report.bucketIndex;
+    event->accumulatedDistance = report.accumulatedDistance;
+    event->sampleCount = report.sampleCount;
 
     std::unique_ptr<uint8_t[]> membershipBytes;
     std::unique_ptr<ixaInloc_membership_t> membership;
-    if (spec.membership) {
-        membershipBytes = heapCopy(*spec.membership);
+    if (report.membership) {
+        membershipBytes = heapCopy(*report.membership);
         membership = std::make_unique<ixaInloc_membership_t>();
         membership->kind = IXA_INLOC_MEMBERSHIP_KIND_COPY;
-        membership->len = static_cast<uint16_t>(spec.membership->size());
+        membership->len = static_cast<uint16_t>(report.membership->size());
         membership->data = membershipBytes.get();
     }
     std::optional<HeapAddress> address;
-    if (spec.address) {
-        address.emplace(*spec.address);
+    if (report.address) {
+        address.emplace(*report.address);
     }
-    callbacks.distanceTracking(spec.status, event.get(), membership.get(),
+    callbacks.distanceTracking(report.status, event.get(), membership.get(),
                                address ? address->record.get() : nullptr);
 }
 
