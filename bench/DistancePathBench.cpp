@@ -19,7 +19,7 @@
 #include <utility>
 #include <vector>
 
-#include "Arrivals.h"
+#include "PathBench.h"
 #include "RatioReport.h"
 #include "bluetooth/World.h"
 #include "inloc/InLocService.h"
@@ -30,8 +30,6 @@
 namespace {
 
 using tracker::bench::Arrivals;
-using tracker::bench::Clock;
-using tracker::bench::processCpuSeconds;
 using tracker::sim::InjectedDistanceEvent;
 using tracker::sim::InLocService;
 using namespace tracker::util::bluetooth;
@@ -244,78 +242,28 @@ class Paths {
     Path m_current = Path::Manager;
 };
 
-// Events with the service flat out: each iteration injects a burst and waits for its last event.
+// Events with the service flat out.
 void throughput(benchmark::State& state, Paths::Path path) {
     Paths::instance().use(path);
-    InLocService& service = InLocService::instance();
-    const auto burst = static_cast<uint32_t>(state.range(0));
-    const double cpuBefore = processCpuSeconds();
-    for (auto _ : state) {
-        arrivals().reset(burst);
-        for (uint32_t seq = 0; seq < burst; ++seq) {
-            service.injectDistanceEvent(eventFor(seq));
-        }
-        if (!arrivals().waitForAll()) {
-            state.SkipWithError("events were lost");
-            return;
-        }
-    }
-    const double events = static_cast<double>(state.iterations()) * burst;
-    state.SetItemsProcessed(static_cast<int64_t>(events));
-    state.counters["cpu_us_per_event"] = (processCpuSeconds() - cpuBefore) * 1e6 / events;
+    tracker::bench::runThroughput(
+        state, arrivals(),
+        [](uint32_t seq) { InLocService::instance().injectDistanceEvent(eventFor(seq)); },
+        "cpu_us_per_event");
 }
 
 // From the service's report (its post to the delivery thread) to the client's callback.
 void latency(benchmark::State& state, Paths::Path path) {
     Paths::instance().use(path);
-    InLocService& service = InLocService::instance();
-    const auto perSecond = static_cast<uint32_t>(state.range(0));
-    const uint32_t count = perSecond * 2;
-    const auto spacing = std::chrono::nanoseconds(1000000000 / perSecond);
-    std::vector<double> latencies;
-    for (auto _ : state) {
-        arrivals().reset(count);
-        const Clock::time_point start = Clock::now();
-        for (uint32_t seq = 0; seq < count; ++seq) {
-            std::this_thread::sleep_until(start + spacing * seq);
-            arrivals().delivered(seq);
-            service.injectDistanceEvent(eventFor(seq));
-        }
-        if (!arrivals().waitForAll()) {
-            state.SkipWithError("events were lost");
-            return;
-        }
-        latencies = arrivals().latencies(count);
-    }
-    std::sort(latencies.begin(), latencies.end());
-    state.counters["p50_us"] = latencies[latencies.size() / 2];
-    state.counters["p99_us"] = latencies[latencies.size() * 99 / 100];
-    state.SetItemsProcessed(static_cast<int64_t>(state.iterations()) * count);
-}
-
-void registerBenchmarks() {
-    using Path = Paths::Path;
-    for (const auto& [subject, path] :
-         {std::make_pair("manager", Path::Manager), std::make_pair("baseline", Path::Baseline)}) {
-        benchmark::RegisterBenchmark(
-            (std::string("Throughput/") + subject).c_str(),
-            [path = path](benchmark::State& state) { throughput(state, path); })
-            ->Arg(2000)
-            ->UseRealTime()
-            ->Unit(benchmark::kMillisecond);
-        benchmark::RegisterBenchmark(
-            (std::string("Latency/") + subject).c_str(),
-            [path = path](benchmark::State& state) { latency(state, path); })
-            ->Arg(2000)
-            ->Iterations(1)
-            ->UseRealTime()
-            ->Unit(benchmark::kMillisecond);
-    }
+    tracker::bench::runLatency(state, arrivals(), [](uint32_t seq) {
+        arrivals().delivered(seq);
+        InLocService::instance().injectDistanceEvent(eventFor(seq));
+    });
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    registerBenchmarks();
+    tracker::bench::registerPathBenchmarks(Paths::Path::Manager, Paths::Path::Baseline, throughput,
+                                           latency, 2000, 2000);
     return tracker::bench::runWithRatios(argc, argv);
 }

@@ -22,7 +22,7 @@
 
 #include <frameworklink/managers/AndroidBTProxyManager.h>
 
-#include "Arrivals.h"
+#include "PathBench.h"
 #include "RatioReport.h"
 #include "bluetooth/World.h"
 #include "tracker/bluetooth/AndroidBLEBridge.h"
@@ -35,9 +35,7 @@ using android::bluetooth::le::ScanResult;
 using com::orvane::frameworklink::managers::AndroidBTProxyManager;
 using tracker::sim::World;
 using namespace tracker::util::bluetooth;
-using Clock = std::chrono::steady_clock;
 using tracker::bench::Arrivals;
-using tracker::bench::processCpuSeconds;
 
 // Two clients with 17 service-UUID filters each, one with 16 manufacturer filters.
 constexpr int kUuidFilters = 34;
@@ -256,28 +254,15 @@ class Paths {
     Path m_current = Path::Manager;
 };
 
-// Results with the radio flat out: each iteration injects a burst and waits for its last result.
+// Results with the radio flat out.
 void throughput(benchmark::State& state, Paths::Path path) {
     Paths::instance().use(path);
     World& world = World::instance();
     world.setRadioTap(nullptr);
-    const auto burst = static_cast<uint32_t>(state.range(0));
-    const double cpuBefore = processCpuSeconds();
-    for (auto _ : state) {
-        arrivals().reset(burst);
-        for (uint32_t seq = 0; seq < burst; ++seq) {
-            world.injectAdvertisement(kAddress, advertisementFor(seq), -60);
-        }
-        if (!arrivals().waitForAll()) {
-            state.SkipWithError("results were lost");
-            return;
-        }
-    }
-    const double results = static_cast<double>(state.iterations()) * burst;
-    state.SetItemsProcessed(static_cast<int64_t>(results));
-    // What one result costs, whatever the threads did meanwhile: the rate alone also reflects how
-    // often a consumer that runs dry has to be woken.
-    state.counters["cpu_us_per_result"] = (processCpuSeconds() - cpuBefore) * 1e6 / results;
+    tracker::bench::runThroughput(
+        state, arrivals(),
+        [&world](uint32_t seq) { world.injectAdvertisement(kAddress, advertisementFor(seq), -60); },
+        "cpu_us_per_result");
 }
 
 // From the platform's callback (seen by the radio tap just before it) to the client's, at a
@@ -288,53 +273,16 @@ void latency(benchmark::State& state, Paths::Path path) {
     world.setRadioTap([](const ScanResult& result) {
         arrivals().delivered(sequenceOf(result.getScanRecord().getBytes()));
     });
-    const auto perSecond = static_cast<uint32_t>(state.range(0));
-    const uint32_t count = perSecond * 2;
-    const auto spacing = std::chrono::nanoseconds(1000000000 / perSecond);
-    std::vector<double> latencies;
-    for (auto _ : state) {
-        arrivals().reset(count);
-        const Clock::time_point start = Clock::now();
-        for (uint32_t seq = 0; seq < count; ++seq) {
-            std::this_thread::sleep_until(start + spacing * seq);
-            world.injectAdvertisement(kAddress, advertisementFor(seq), -60);
-        }
-        if (!arrivals().waitForAll()) {
-            state.SkipWithError("results were lost");
-            return;
-        }
-        latencies = arrivals().latencies(count);
-    }
+    tracker::bench::runLatency(state, arrivals(), [&world](uint32_t seq) {
+        world.injectAdvertisement(kAddress, advertisementFor(seq), -60);
+    });
     world.setRadioTap(nullptr);
-    std::sort(latencies.begin(), latencies.end());
-    state.counters["p50_us"] = latencies[latencies.size() / 2];
-    state.counters["p99_us"] = latencies[latencies.size() * 99 / 100];
-    state.SetItemsProcessed(static_cast<int64_t>(state.iterations()) * count);
-}
-
-void registerBenchmarks() {
-    using Path = Paths::Path;
-    for (const auto& [subject, path] :
-         {std::make_pair("manager", Path::Manager), std::make_pair("baseline", Path::Baseline)}) {
-        benchmark::RegisterBenchmark(
-            (std::string("Throughput/") + subject).c_str(),
-            [path = path](benchmark::State& state) { throughput(state, path); })
-            ->Arg(2000)
-            ->UseRealTime()
-            ->Unit(benchmark::kMillisecond);
-        benchmark::RegisterBenchmark(
-            (std::string("Latency/") + subject).c_str(),
-            [path = path](benchmark::State& state) { latency(state, path); })
-            ->Arg(5000)
-            ->Iterations(1)
-            ->UseRealTime()
-            ->Unit(benchmark::kMillisecond);
-    }
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    registerBenchmarks();
+    tracker::bench::registerPathBenchmarks(Paths::Path::Manager, Paths::Path::Baseline, throughput,
+                                           latency, 2000, 5000);
     return tracker::bench::runWithRatios(argc, argv);
 }
