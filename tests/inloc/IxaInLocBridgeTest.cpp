@@ -42,19 +42,6 @@ ixaInloc_distanceEvent_t blankEvent() {
     return event;
 }
 
-TEST(IxaInLocBridge, StatusesMapToTheLibrarysValues) {
-    EXPECT_EQ(IxaInLocBridge::toTrackerStatus(IXA_STATUS_SUCCESS), bluetooth::TRACKER_SUCCESS);
-    for (ixa_status_t status : {IXA_STATUS_FAILURE, IXA_STATUS_NOT_READY, -1, 1000}) {
-        EXPECT_EQ(IxaInLocBridge::toTrackerStatus(status), bluetooth::TRACKER_FAILURE) << status;
-    }
-    EXPECT_EQ(IxaInLocBridge::toTrackerInLocAdapterStatus(IXA_INLOC_ADAPTER_ENABLED),
-              INLOC_ADAPTER_READY);
-    for (ixaInloc_adapterStatus_t status : {IXA_INLOC_ADAPTER_DISABLED, 2, -1}) {
-        EXPECT_EQ(IxaInLocBridge::toTrackerInLocAdapterStatus(status), INLOC_ADAPTER_NOT_READY)
-            << status;
-    }
-}
-
 TEST(IxaInLocBridge, ScanRecordKeepsTheStructuresWithinTheStatedLength) {
     struct Case {
         const char* what;

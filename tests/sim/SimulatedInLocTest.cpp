@@ -271,85 +271,6 @@ TEST_F(SimulatedInLoc, AnswersComeLaterInCallOrderOnThePlatformsThreads) {
     }
 }
 
-TEST_F(SimulatedInLoc, InvalidArgumentsAreRefusedAndNothingIsPosted) {
-    const ixa_status_t invalid = IXA_STATUS_INVALID_ARGUMENT;
-    EXPECT_EQ(ixaInloc_adapterInit(IXA_INLOC_INTERFACE_VERSION - 1, &kAdapter), invalid);
-    EXPECT_EQ(ixaInloc_adapterInit(IXA_INLOC_INTERFACE_VERSION, nullptr), invalid);
-    EXPECT_FALSE(service().adapterInitialised());
-    ASSERT_NO_FATAL_FAILURE(ready());
-    EXPECT_EQ(ixaInloc_distanceRegisterClient(nullptr), invalid);
-    const ixaInloc_distanceConfigMembership_t membership{};
-    const ixaInloc_distanceDeconfigMembership_t noMembership{};
-    const ixaInloc_distanceConfigDevice_t device{};
-    const ixaInloc_distanceDeconfigDevice_t noDevice{};
-    const ixaInloc_deviceAddr_t address{};
-    EXPECT_EQ(ixaInloc_distanceEnableTrackingByMembership(0, &membership), invalid);
-    EXPECT_EQ(ixaInloc_distanceEnableTrackingByMembership(1, nullptr), invalid);
-    EXPECT_EQ(ixaInloc_distanceDisableTrackingByMembership(0, &noMembership), invalid);
-    EXPECT_EQ(ixaInloc_distanceDisableTrackingByMembership(1, nullptr), invalid);
-    EXPECT_EQ(ixaInloc_distanceEnableTrackingByDeviceAddr(0, &device), invalid);
-    EXPECT_EQ(ixaInloc_distanceEnableTrackingByDeviceAddr(1, nullptr), invalid);
-    EXPECT_EQ(ixaInloc_distanceDisableTrackingByDeviceAddr(0, &noDevice), invalid);
-    EXPECT_EQ(ixaInloc_distanceDisableTrackingByDeviceAddr(1, nullptr), invalid);
-    EXPECT_EQ(ixaInloc_distanceRingDeviceByDeviceAddr(0, &address), invalid);
-    EXPECT_EQ(ixaInloc_distanceRingDeviceByDeviceAddr(1, nullptr), invalid);
-    settle();
-    EXPECT_EQ(events(), (Events{"initialized 0", "registered 0"}));
-    EXPECT_TRUE(service().clientRegistered()) << "a refused call changes nothing";
-    EXPECT_EQ(service().calls(InLocCall::Ring), 2);
-}
-
-TEST_F(SimulatedInLoc, FaultsChooseStatusesAndEveryCallIsOnRecord) {
-    ASSERT_NO_FATAL_FAILURE(load(R"({"faults": {"failAdapterInits": 2}})"));
-    EXPECT_EQ(adapterInit(), IXA_STATUS_NOT_READY);
-    EXPECT_EQ(adapterInit(), IXA_STATUS_NOT_READY);
-    service().setNextAnswer(InLocCall::AdapterInit, IXA_STATUS_FAILURE);
-    ASSERT_EQ(adapterInit(), IXA_STATUS_SUCCESS);
-    expectMore(1);
-    EXPECT_FALSE(service().adapterInitialised());
-    EXPECT_EQ(registerClient(), IXA_STATUS_NOT_READY);
-    ASSERT_EQ(adapterInit(), IXA_STATUS_SUCCESS);
-    expectMore(1);
-    EXPECT_EQ(service().calls(InLocCall::AdapterInit), 4);
-
-    service().failNext(InLocCall::RegisterClient, IXA_STATUS_FAILURE, 2);
-    EXPECT_EQ(registerClient(), IXA_STATUS_FAILURE);
-    EXPECT_EQ(registerClient(), IXA_STATUS_FAILURE);
-    service().setNextAnswer(InLocCall::RegisterClient, IXA_STATUS_FAILURE);
-    ASSERT_EQ(registerClient(), IXA_STATUS_SUCCESS);
-    expectMore(1);
-    EXPECT_FALSE(service().clientRegistered());
-    EXPECT_EQ(enableMemberships({kHome}), IXA_STATUS_NOT_READY);
-    ASSERT_EQ(registerClient(), IXA_STATUS_SUCCESS);
-    expectMore(1);
-    EXPECT_EQ(service().calls(InLocCall::RegisterClient), 5);
-
-    // A chosen answer reaches every entry of the next result only; a failed call posts nothing.
-    service().setNextAnswer(InLocCall::EnableMembership, IXA_STATUS_NOT_FOUND);
-    ASSERT_EQ(enableMemberships({{0x0a}, {0x0b}}), IXA_STATUS_SUCCESS);
-    ASSERT_EQ(enableMemberships({{0x0c}}), IXA_STATUS_SUCCESS);
-    service().setNextAnswer(InLocCall::Ring, IXA_STATUS_FAILURE);
-    ASSERT_EQ(ring({kKeys, kShort}), IXA_STATUS_SUCCESS);
-    service().failNext(InLocCall::EnableAddress, IXA_STATUS_FAILURE);
-    EXPECT_EQ(enableAddresses({kKeys}), IXA_STATUS_FAILURE);
-    EXPECT_TRUE(service().trackedAddresses().empty());
-    ASSERT_EQ(enableAddresses({kUnknown}), IXA_STATUS_SUCCESS);
-    expectMore(4);
-    settle();
-    EXPECT_EQ(events(), (Events{"initialized 1", "initialized 0", "registered 1", "registered 0",
-                                "m+ 0a=3 0b=3", "m+ 0c=0", "ring " + kKeys + "=1 " + kShort + "=1",
-                                "a+ " + kUnknown + "=0"}));
-
-    const std::vector<InLocRequest> requests = service().requests();
-    ASSERT_EQ(requests.size(), 15u);
-    EXPECT_EQ(requests[0].status, IXA_STATUS_NOT_READY);
-    EXPECT_EQ(requests[10].memberships, (std::vector<Bytes>{{0x0a}, {0x0b}}));
-    EXPECT_EQ(requests[12].addresses, (Addresses{kKeys, kShort}));
-    EXPECT_EQ(requests[13].call, InLocCall::EnableAddress);
-    EXPECT_EQ(requests[13].status, IXA_STATUS_FAILURE);
-    EXPECT_EQ(requests[14].status, IXA_STATUS_SUCCESS);
-}
-
 TEST_F(SimulatedInLoc, ResultsEchoWhatWasSentAndChangeWhatIsTracked) {
     ASSERT_NO_FATAL_FAILURE(ready());
     ASSERT_EQ(enableMemberships({kHome, {0x01}}), IXA_STATUS_SUCCESS);
@@ -413,23 +334,6 @@ TEST_F(SimulatedInLoc, TrackedTagsInRangeAreReportedOncePerPeriod) {
     EXPECT_EQ(reports().count(keys), 3u);
 }
 
-TEST_F(SimulatedInLoc, BucketedTagsReportTheirRangeBucket) {
-    ASSERT_NO_FATAL_FAILURE(load(R"({"tags": [
-        {"address": "C0:FF:EE:00:00:01", "advertisement": "0303aafe", "distance": 0.5,
-         "membership": "0102", "rangeBuckets": true},
-        {"address": "C0:FF:EE:00:00:03", "advertisement": "0303aafe", "membership": "0303"}]})"));
-    ASSERT_NO_FATAL_FAILURE(ready());
-    ASSERT_EQ(enableMemberships({{0x01, 0x02}}), IXA_STATUS_SUCCESS);
-    for (const auto& [metres, bucket] : {std::pair(0.5, 0), {2.0, 1}, {5.0, 2}, {15.0, 3}}) {
-        ASSERT_TRUE(world().moveTag(kKeys, metres));
-        settle();
-        EXPECT_EQ(last(), "distance 0 " + kKeys + " 0102 ad 0303aafe bucket " +
-                              std::to_string(bucket) + " of 100 300 1000 (bucketed)")
-            << metres << " m";
-    }
-    EXPECT_EQ(reports().size(), 4u) << "the other membership is not tracked";
-}
-
 TEST_F(SimulatedInLoc, WithoutTagsTheServiceIsQuietUntilOneIsAdded) {
     ASSERT_NO_FATAL_FAILURE(ready());
     ASSERT_EQ(enableAddresses({kKeys}), IXA_STATUS_SUCCESS);
@@ -445,33 +349,6 @@ TEST_F(SimulatedInLoc, WithoutTagsTheServiceIsQuietUntilOneIsAdded) {
         EXPECT_EQ(reports().size(), round);
         ASSERT_TRUE(world().removeTag(kKeys));
     }
-}
-
-TEST_F(SimulatedInLoc, RingsAndInjectedReportsReachTheClient) {
-    EXPECT_FALSE(service().injectDistanceEvent({})) << "no client to tell";
-    EXPECT_FALSE(service().sendRingResult(kKeys, IXA_STATUS_SUCCESS));
-    world().addTag(tagAt(kEddystone, kEddystoneAd));
-    world().addTag(tagAt(kOther, kOtherAd, 50.0));
-    ASSERT_NO_FATAL_FAILURE(ready());
-
-    ASSERT_EQ(ring({kKeys, kOther, kUnknown, kShort}), IXA_STATUS_SUCCESS);
-    ASSERT_TRUE(service().sendRingResult("c0:ff:ee:00:00:09", IXA_STATUS_FAILURE));
-    InjectedDistanceEvent anonymous;  // neither address nor membership
-    anonymous.status = IXA_STATUS_FAILURE;
-    anonymous.advertisement = {0x01, 0x02, 0x03};
-    anonymous.flags = IXA_INLOC_EVENT_HAS_DISTANCE;
-    anonymous.accumulatedDistance = 40;
-    anonymous.sampleCount = 2;
-    ASSERT_TRUE(service().injectDistanceEvent(anonymous));
-    InjectedDistanceEvent member;
-    member.membership = Bytes{0x0a};
-    ASSERT_TRUE(service().injectDistanceEvent(member));
-    expectMore(4);
-    EXPECT_EQ(events(),
-              (Events{"initialized 0", "registered 0",
-                      "ring " + kKeys + "=0 " + kOther + "=3 " + kUnknown + "=3 " + kShort + "=4",
-                      "ring " + kUnknown + "=1", "distance 1 null null ad 010203 20cm",
-                      "distance 0 null 0a ad "}));
 }
 
 TEST_F(SimulatedInLoc, AnAdapterThatStartsAgainForgetsItsClient) {
