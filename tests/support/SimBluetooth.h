@@ -21,12 +21,12 @@ namespace testing {
 // Events as text, in arrival order, with the thread each came on; tests wait for them.
 class EventLog {
   public:
+    // Notifies under the lock: a test that has seen the event may destroy the log at once, and
+    // must not find the platform's thread still inside the notification.
     void add(std::string event) {
-        {
-            std::lock_guard<std::mutex> lock(m_mutex);
-            m_events.push_back(std::move(event));
-            m_threads.push_back(std::this_thread::get_id());
-        }
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_events.push_back(std::move(event));
+        m_threads.push_back(std::this_thread::get_id());
         m_changed.notify_all();
     }
     bool waitForCount(std::size_t count) {
