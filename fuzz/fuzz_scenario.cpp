@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "bluetooth/Scenario.h"
+#include "scenario/Scenario.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     tracker::sim::World& world = tracker::sim::World::instance();

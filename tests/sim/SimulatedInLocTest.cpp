@@ -10,7 +10,7 @@
 #include <type_traits>
 #include <vector>
 
-#include "bluetooth/Scenario.h"
+#include "scenario/Scenario.h"
 #include "inloc/InLocService.h"
 #include "sim/SimTags.h"
 #include "support/SimBluetooth.h"

@@ -1,7 +1,7 @@
 #include <android/bluetooth/BluetoothUuid.h>
 #include <gtest/gtest.h>
 
-#include "bluetooth/Scenario.h"
+#include "scenario/Scenario.h"
 #include "sim/SimTags.h"
 #include "support/SimBluetooth.h"
 
@@ -355,6 +355,12 @@ TEST_F(SimulatedScan, ScenariosLoadWholeOrNotAtAll) {
         {"{\"tags\": [{\"address\": \"C0:FF:EE:00:00:08\", \"advertisement\": \"00\", "
          "\"distance\": [[500, 1], [100, 2]]}]}",
          "tags[0].distance[1][0]: expected times of 0 or more, in ascending order"},
+        {"{\"tags\": [{\"address\": \"C0:FF:EE:00:00:08\", \"advertisement\": \"00\", "
+         "\"txPower\": -2147483648}]}",
+         "tags[0].txPower: expected a value from -127 to 20"},
+        {"{\"tags\": [{\"address\": \"C0:FF:EE:00:00:08\", \"advertisement\": \"00\", "
+         "\"distance\": 1e300}]}",
+         "tags[0].distance: expected at most 100000 metres"},
         {"{\"tags\": [", "offset 10: Invalid value."},
         {"[]", "scenario: expected an object"},
     };
@@ -364,7 +370,12 @@ TEST_F(SimulatedScan, ScenariosLoadWholeOrNotAtAll) {
     }
     EXPECT_FALSE(world().advertiseOnce("C0:FF:EE:00:00:08")) << "a refused scenario adds nothing";
     EXPECT_FALSE(loadScenarioFile("/nonexistent/world.json", world(), &error));
-    EXPECT_EQ(error, "/nonexistent/world.json: cannot be read");
+    EXPECT_EQ(error, "/nonexistent/world.json: No such file or directory");
+    // Neither a device that never ends nor a directory is read.
+    EXPECT_FALSE(loadScenarioFile("/dev/zero", world(), &error));
+    EXPECT_EQ(error, "/dev/zero: not a regular file");
+    EXPECT_FALSE(loadScenarioFile("/tmp", world(), &error));
+    EXPECT_EQ(error, "/tmp: not a regular file");
 }
 
 }  // namespace

@@ -170,9 +170,14 @@ bool World::injectAdvertisement(const std::string& address, std::vector<uint8_t>
     if (!m_state->scan) {
         return false;
     }
-    deliverToScanLocked(ScanResult(android::bluetooth::BluetoothDevice(normalisedAddress(address)),
-                                   ScanRecord::parseFromBytes(advertisement), rssi));
-    return true;
+    return deliverToScanLocked(
+        ScanResult(android::bluetooth::BluetoothDevice(normalisedAddress(address)),
+                   ScanRecord::parseFromBytes(advertisement), rssi));
+}
+
+void World::seedNoise(uint32_t seed) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_state->noise = seed;
 }
 
 void World::setRadioTap(std::function<void(const ScanResult&)> tap) {
@@ -294,10 +299,10 @@ void World::deliverAdvertisement(const std::shared_ptr<Tag>& tag, uint64_t gener
                                    rssiAt(tag->tagSpec.txPower, distanceLocked(*tag)) + noise));
 }
 
-void World::deliverToScanLocked(ScanResult result) {
+bool World::deliverToScanLocked(ScanResult result) {
     const Scan& scan = *m_state->scan;
     if (!passesAny(scan.filters, result.getScanRecord())) {
-        return;
+        return false;
     }
     const std::shared_ptr<ScanCallbacks> callbacks = scan.callbacks;
     const bool batched = scan.settings.getReportDelayMillis() > 0;
@@ -322,6 +327,7 @@ void World::deliverToScanLocked(ScanResult result) {
                                    callbacks->result(1, result);
                                }
                            });
+    return true;
 }
 
 void World::failScanLocked(int errorCode) {

@@ -134,7 +134,8 @@ class World {
     // The tag sends one advertisement now, as if it had just advertised.
     bool advertiseOnce(const std::string& address);
     // An advertisement from anywhere (a replayed capture, a benchmark): reaches the running scan
-    // now if it passes the scan's filters, whatever the range. False without a scan.
+    // now if it passes the scan's filters, whatever the range. Whether it passed them (false
+    // without a scan).
     bool injectAdvertisement(const std::string& address, std::vector<uint8_t> advertisement,
                              int rssi);
     // Sees every scan result just before the library's callback gets it (a sniffer's view).
@@ -149,6 +150,9 @@ class World {
     bool setPairState(const std::string& address, int state);
     // Beyond this distance a tag is neither heard nor connectable (default 30 m).
     void setRange(double metres);
+    // Seeds the RSSI noise (±2 dB per advertisement): one seed, one sequence. reset() goes back
+    // to the default seed.
+    void seedNoise(uint32_t seed);
     // RSSI of a tag at that distance (log-distance path loss, exponent 2), without noise.
     static int rssiAt(int txPower, double metres);
     // The tags within range now, and whether there are any tags at all.
@@ -242,7 +246,7 @@ class World {
     void scheduleAdvertisingLocked(const std::shared_ptr<Tag>& tag, util::Clock::Duration after);
     void deliverAdvertisement(const std::shared_ptr<Tag>& tag, uint64_t generation, bool repeat);
     // Hands a result to the running scan if it passes the scan's filters.
-    void deliverToScanLocked(android::bluetooth::le::ScanResult result);
+    bool deliverToScanLocked(android::bluetooth::le::ScanResult result);
     // Ends the running scan, reporting errorCode through its failure callback.
     void failScanLocked(int errorCode);
 
