@@ -12,7 +12,7 @@ cmake --build --preset fuzz
 
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
-for target in advertisement text scenario inloc_event; do
+for target in advertisement text scenario inloc_event capture; do
     mkdir -p "$scratch/$target"
     echo "fuzz_$target: ${seconds}s"
     build/fuzz/fuzz/fuzz_$target -max_total_time="$seconds" -max_len=4096 -print_final_stats=1 \
