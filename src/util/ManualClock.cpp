@@ -24,6 +24,8 @@ void ManualClock::sleepFor(Duration duration) {
     const TimePoint end = m_now + duration;
     if (m_mode == SleepMode::Advance) {
         m_now = std::max(m_now, end);
+    } else {
+        m_deadlines.insert(end);
     }
     m_moved.notify_all();
     m_moved.wait(lock.native(), [&]() TRACKER_NO_THREAD_SAFETY_ANALYSIS { return m_now >= end; });
@@ -54,6 +56,12 @@ bool ManualClock::waitForDeadline(TimePoint deadline, std::chrono::milliseconds 
     return m_moved.wait_for(lock.native(), limit, [&]() TRACKER_NO_THREAD_SAFETY_ANALYSIS {
         return m_deadlines.count(deadline) > 0;
     });
+}
+
+std::optional<Clock::TimePoint> ManualClock::nextDeadlineAfter(TimePoint time) const {
+    MutexLock lock(m_mutex);
+    const auto next = m_deadlines.upper_bound(time);
+    return next != m_deadlines.end() ? std::optional<TimePoint>(*next) : std::nullopt;
 }
 
 void ManualClock::noteWait(TimePoint deadline) const {

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <vector>
 
@@ -42,6 +43,10 @@ class ManualClock : public Clock {
     bool waitForSleeps(std::size_t count, std::chrono::milliseconds limit) const;
     // Blocks (real time) until some thread waits for exactly `deadline`; false after `limit`.
     bool waitForDeadline(TimePoint deadline, std::chrono::milliseconds limit) const;
+    // The earliest deadline after `time` that a wait, or a blocked sleep's end, ever recorded:
+    // where moving the time can next make a difference. A driver that lets every thread come to
+    // rest first can jump there instead of stepping through the time between.
+    std::optional<TimePoint> nextDeadlineAfter(TimePoint time) const;
 
   protected:
     void noteWait(TimePoint deadline) const override;
@@ -53,7 +58,8 @@ class ManualClock : public Clock {
     mutable std::condition_variable m_moved;
     TimePoint m_now TRACKER_GUARDED_BY(m_mutex);
     std::vector<Duration> m_sleeps TRACKER_GUARDED_BY(m_mutex);
-    // Every deadline waited for (a wait looks at the clock many times, once recorded).
+    // Every deadline waited for (a wait looks at the clock many times, once recorded), and the
+    // end of every blocked sleep.
     mutable std::set<TimePoint> m_deadlines TRACKER_GUARDED_BY(m_mutex);
 };
 

@@ -377,6 +377,7 @@ void World::killProxy() {
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         m_state->ready = false;
+        ++m_state->deaths;
         ++m_state->generation;
         scan.swap(m_state->scan);
         connections.swap(m_state->connections);
@@ -434,6 +435,11 @@ bool World::barrier(std::chrono::milliseconds limit) {
 bool World::proxyReady() const {
     std::lock_guard<std::mutex> lock(m_mutex);
     return m_state->ready;
+}
+
+int World::proxyDeaths() const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_state->deaths;
 }
 
 int World::calls(ProxyCall call) const {

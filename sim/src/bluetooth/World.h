@@ -190,6 +190,8 @@ class World {
 
     // --- what the library asked for --------------------------------------------------------
     bool proxyReady() const;
+    // How often the proxy died.
+    int proxyDeaths() const;
     // How often the library called the operation, whatever the outcome.
     int calls(ProxyCall call) const;
     bool scanning() const;

@@ -68,6 +68,7 @@ struct World::Faults {
 
 struct World::State {
     bool ready = false;
+    int deaths = 0;
     std::map<ProxyCall, int> calls;
     double range = 30.0;
     std::map<std::string, std::shared_ptr<Tag>> tags;  // by upper-case address
