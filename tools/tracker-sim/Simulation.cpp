@@ -118,7 +118,8 @@ class Recorder {
 
     bool open(const std::string& path, std::string* error) {
         std::lock_guard<std::mutex> lock(m_mutex);
-        m_open = m_writer.open(path, error);
+        // The library's scan starts as the run does.
+        m_open = m_writer.open(path, error) && m_writer.writeScanEnable(m_time.now(), error);
         return m_open;
     }
     void record(const android::bluetooth::le::ScanResult& result) {

@@ -14,6 +14,10 @@ namespace {
 
 constexpr uint32_t kDatalinkH4 = 1002;
 constexpr uint32_t kReceivedEvent = 0x3;  // record flags: command or event, received
+constexpr uint32_t kSentCommand = 0x2;    // record flags: command or event, sent
+
+constexpr uint8_t kH4Command = 0x01;
+constexpr uint16_t kLeSetScanEnable = 0x200C;
 
 constexpr uint8_t kH4Event = 0x04;
 constexpr uint8_t kLeMetaEvent = 0x3E;
@@ -71,15 +75,41 @@ bool BtsnoopWriter::open(const std::string& path, std::string* error) {
     return put(header, error);
 }
 
-bool BtsnoopWriter::write(std::chrono::microseconds offset, const std::string& address,
-                          const std::vector<uint8_t>& data, int rssi, std::string* error) {
+bool BtsnoopWriter::writeScanEnable(std::chrono::microseconds offset, std::string* error) {
     if (!m_file) {
         setError(error, "no btsnoop file open");
         return false;
     }
+    // Enable scanning, duplicates not filtered.
+    const std::vector<uint8_t> command = {
+        kH4Command, kLeSetScanEnable & 0xFF, kLeSetScanEnable >> 8, 2, 1, 0};
+    return putRecord(offset, kSentCommand, command, error);
+}
+
+bool BtsnoopWriter::putRecord(std::chrono::microseconds offset, uint32_t flags,
+                              const std::vector<uint8_t>& packet, std::string* error) {
     if (m_failed) {
         // Another record after a partial one would only hide where the damage is.
         setError(error, "an earlier write to " + m_path + " failed");
+        return false;
+    }
+    const uint64_t timestamp =
+        static_cast<uint64_t>(kEpoch) + static_cast<uint64_t>(offset.count());
+    std::vector<uint8_t> record;
+    putBe32(record, static_cast<uint32_t>(packet.size()));  // original length
+    putBe32(record, static_cast<uint32_t>(packet.size()));  // included length
+    putBe32(record, flags);
+    putBe32(record, 0);  // cumulative drops
+    putBe32(record, static_cast<uint32_t>(timestamp >> 32));
+    putBe32(record, static_cast<uint32_t>(timestamp));
+    record.insert(record.end(), packet.begin(), packet.end());
+    return put(record, error);
+}
+
+bool BtsnoopWriter::write(std::chrono::microseconds offset, const std::string& address,
+                          const std::vector<uint8_t>& data, int rssi, std::string* error) {
+    if (!m_file) {
+        setError(error, "no btsnoop file open");
         return false;
     }
     uint8_t wire[6];
@@ -123,18 +153,8 @@ bool BtsnoopWriter::write(std::chrono::microseconds offset, const std::string& a
         }
     }
 
-    const uint64_t timestamp =
-        static_cast<uint64_t>(kEpoch) + static_cast<uint64_t>(offset.count());
     for (const std::vector<uint8_t>& packet : events) {
-        std::vector<uint8_t> record;
-        putBe32(record, static_cast<uint32_t>(packet.size()));  // original length
-        putBe32(record, static_cast<uint32_t>(packet.size()));  // included length
-        putBe32(record, kReceivedEvent);
-        putBe32(record, 0);  // cumulative drops
-        putBe32(record, static_cast<uint32_t>(timestamp >> 32));
-        putBe32(record, static_cast<uint32_t>(timestamp));
-        record.insert(record.end(), packet.begin(), packet.end());
-        if (!put(record, error)) {
+        if (!putRecord(offset, kReceivedEvent, packet, error)) {
             return false;
         }
     }

@@ -43,10 +43,16 @@ class BtsnoopWriter {
     // open file; false after a failed write, which leaves the file damaged.
     bool write(std::chrono::microseconds offset, const std::string& address,
                const std::vector<uint8_t>& data, int rssi, std::string* error = nullptr);
+    // Appends the host's command that turns scanning on (LE Set Scan Enable). A reader counts
+    // offsets from a log's first record: a recording that begins with this one replays its
+    // advertisements as long after the scan's start as they first came.
+    bool writeScanEnable(std::chrono::microseconds offset, std::string* error = nullptr);
     // Flushes and closes; false if any write or the close failed. True with no file open.
     bool close(std::string* error = nullptr);
 
   private:
+    bool putRecord(std::chrono::microseconds offset, uint32_t flags,
+                   const std::vector<uint8_t>& packet, std::string* error);
     bool put(const std::vector<uint8_t>& bytes, std::string* error);
 
     std::FILE* m_file = nullptr;
