@@ -58,10 +58,13 @@ void BluetoothConnector::onBeaconScanResult(std::shared_ptr<TrackerScanRecord> r
     event.address = record->address ? obfuscated(*record->address) : std::string();
     event.device = BleUtils::getBleAddress(record->address);
     event.rssi = record->rssi;
-    event.detail = "uuid " + shortUuid(extra.uuid);
+    if (!extra.uuid.uuid.empty()) {
+        event.detail = "uuid " + shortUuid(extra.uuid);
+    }
     for (const TrackerManuData& manufacturer : extra.manuData) {
         if (!manufacturer.data.empty()) {
-            event.detail += ", manufacturer " + hex(manufacturer.data);
+            event.detail += (event.detail.empty() ? "" : ", ") + std::string("manufacturer ") +
+                            hex(manufacturer.data);
         }
     }
     m_context.timeline.add(std::move(event));

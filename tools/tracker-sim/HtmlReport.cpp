@@ -14,6 +14,8 @@ namespace {
 
 constexpr const char* kColours[] = {"#1f77b4", "#d62728", "#2ca02c", "#9467bd",
                                     "#ff7f0e", "#17becf", "#8c564b", "#e377c2"};
+// A tag not heard for longer than this has left: its line breaks there.
+constexpr double kGapSeconds = 5;
 constexpr int kWidth = 900, kHeight = 260, kLeft = 60, kRight = 20, kTop = 20, kBottom = 40;
 
 std::string escaped(const std::string& text) {
@@ -44,9 +46,10 @@ struct Point {
     double value;
 };
 
-// One line chart: a series per tag, time across, the value up.
+// One line chart: a series per tag, in the tag's colour, time across, the value up.
 std::string chart(const std::string& title, const std::string& unit,
-                  const std::map<std::string, std::vector<Point>>& series, double runSeconds) {
+                  const std::map<std::string, std::vector<Point>>& series,
+                  const std::map<std::string, const char*>& colours, double runSeconds) {
     if (series.empty()) {
         return "<p>No " + escaped(title) + " in this run.</p>\n";
     }
@@ -83,10 +86,11 @@ std::string chart(const std::string& title, const std::string& unit,
         << kTop + plotH / 2 << ")\" text-anchor=\"middle\">" << escaped(unit) << "</text>\n";
     std::size_t index = 0;
     for (const auto& [tag, points] : series) {
-        const char* colour = kColours[index % (sizeof kColours / sizeof *kColours)];
-        svg << "<polyline fill=\"none\" stroke=\"" << colour << "\" stroke-width=\"1.5\" points=\"";
-        for (const Point& p : points) {
-            svg << x(p.t) << ',' << y(p.value) << ' ';
+        const char* colour = colours.at(tag);
+        svg << "<path fill=\"none\" stroke=\"" << colour << "\" stroke-width=\"1.5\" d=\"";
+        for (std::size_t i = 0; i < points.size(); ++i) {
+            const bool gap = i == 0 || points[i].t - points[i - 1].t > kGapSeconds;
+            svg << (gap ? 'M' : 'L') << x(points[i].t) << ',' << y(points[i].value) << ' ';
         }
         svg << "\"/>\n";
         const double legendY = kHeight + 20.0 * index;
@@ -128,6 +132,17 @@ bool writeHtmlReport(const std::string& path, const std::vector<TimelineEvent>& 
             ++received[event.connector][event.address];
         }
     }
+    // A tag keeps its colour from chart to chart.
+    std::map<std::string, const char*> colours;
+    for (const auto* series : {&rssi, &distance}) {
+        for (const auto& entry : *series) {
+            colours.emplace(entry.first, nullptr);
+        }
+    }
+    std::size_t next = 0;
+    for (auto& entry : colours) {
+        entry.second = kColours[next++ % (sizeof kColours / sizeof *kColours)];
+    }
     const double seconds = static_cast<double>(run.duration.count()) / 1000.0;
     std::ostringstream page;
     page << "<!DOCTYPE html>\n<html><head><meta charset=\"utf-8\"><title>tracker-sim run</title>\n"
@@ -142,8 +157,8 @@ bool writeHtmlReport(const std::string& path, const std::vector<TimelineEvent>& 
              << "): " << run.replay->reports << " reports, " << run.replay->skipped << " skipped, "
              << run.replay->delivered << " delivered, " << run.replay->routed << " routed.</p>\n";
     }
-    page << chart("RSSI of each tag", "dBm", rssi, seconds);
-    page << chart("Distance of each tag", "metres", distance, seconds);
+    page << chart("RSSI of each tag", "dBm", rssi, colours, seconds);
+    page << chart("Distance of each tag", "metres", distance, colours, seconds);
     page << "<h2>Connectors</h2>\n<table><tr><th>connector</th><th>kind</th><th>filters</th>"
             "<th>results</th><th>GATT operations</th><th>sessions</th><th>failures</th>"
             "<th>received from</th></tr>\n";

@@ -31,19 +31,6 @@ class PlatformWatch {
         : m_world(world), m_timeline(timeline), m_figures(figures) {}
 
     void look() {
-        const std::vector<sim::ScanRequest> requests = m_world.scanRequests();
-        for (; m_seenRequests < requests.size(); ++m_seenRequests) {
-            const sim::ScanRequest& request = requests[m_seenRequests];
-            if (!request.start) {
-                ++m_figures.scanStops;
-                report("radio", "scan stopped", {});
-                continue;
-            }
-            ++m_figures.scanStarts;
-            m_figures.scanStartsRefused += request.accepted ? 0 : 1;
-            report("radio", request.accepted ? "scan started" : "scan start refused",
-                   std::to_string(request.filters.size()) + " filters", !request.accepted);
-        }
         // A death and the recovery may fall in one step: the count tells of the death.
         const int deaths = m_world.proxyDeaths();
         if (deaths > m_deaths) {
@@ -58,6 +45,19 @@ class PlatformWatch {
             report("radio", "proxy initialised again", {});
         }
 
+        const std::vector<sim::ScanRequest> requests = m_world.scanRequests();
+        for (; m_seenRequests < requests.size(); ++m_seenRequests) {
+            const sim::ScanRequest& request = requests[m_seenRequests];
+            if (!request.start) {
+                ++m_figures.scanStops;
+                report("radio", "scan stopped", {});
+                continue;
+            }
+            ++m_figures.scanStarts;
+            m_figures.scanStartsRefused += request.accepted ? 0 : 1;
+            report("radio", request.accepted ? "scan started" : "scan start refused",
+                   std::to_string(request.filters.size()) + " filters", !request.accepted);
+        }
         const std::vector<sim::InLocRequest> calls = sim::InLocService::instance().requests();
         for (; m_seenInLocCalls < calls.size(); ++m_seenInLocCalls) {
             lookAt(calls[m_seenInLocCalls]);

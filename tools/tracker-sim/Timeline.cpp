@@ -84,7 +84,7 @@ void Timeline::flush() {
     std::lock_guard<std::mutex> lock(m_mutex);
     std::stable_sort(m_pending.begin(), m_pending.end(), before);
     if (m_format == Format::Text && !m_headerWritten && !m_pending.empty()) {
-        m_out << "     time  connector       event               address    value       detail\n";
+        m_out << "     time  connector       event                  address    value       detail\n";
         m_headerWritten = true;
     }
     for (TimelineEvent& event : m_pending) {
@@ -126,7 +126,7 @@ void Timeline::write(const TimelineEvent& event) {
         value = metres(*event.metres);
     }
     char line[160];
-    std::snprintf(line, sizeof line, "%9.3f  %-15s %-19s %-10s %-11s ",
+    std::snprintf(line, sizeof line, "%9.3f  %-15s %-22s %-10s %-11s ",
                   static_cast<double>(event.t) / 1000.0, event.connector.c_str(),
                   event.event.c_str(), event.address.c_str(), value.c_str());
     std::string text = line + event.detail;
