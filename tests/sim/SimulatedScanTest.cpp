@@ -345,7 +345,7 @@ TEST_F(SimulatedScan, ScenariosLoadWholeOrNotAtAll) {
          "tags[0].advertisement: expected an even number of hex digits"},
         {"{\"tags\": [{\"address\": \"C0:FF:EE:00:00:08\", \"advertisement\": \"00\", "
          "\"gatt\": [{\"uuid\": \"battery\"}]}]}",
-         "tags[0].gatt[0].uuid: expected a UUID like 0000180f-0000-1000-8000-00805f9b34fb"},
+         "tags[0].gatt[0].uuid: expected a UUID like 180f or 0000180f-0000-1000-8000-00805f9b34fb"},
         {"{\"faults\": {\"failScanStarts\": \"two\"}}",
          "faults.failScanStarts: expected an integer"},
         {"{\"tags\": [{\"address\": \"C0:FF:EE:00:00:08\", \"advertisement\": \"00\", "

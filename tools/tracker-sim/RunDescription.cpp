@@ -7,6 +7,7 @@
 #include "scenario/JsonFields.h"
 #include "scenario/Scenario.h"
 #include "tracker/bluetooth/BleUtils.h"
+#include "tracker/util/StringUtils.h"
 
 namespace tracker {
 namespace trackersim {
@@ -26,17 +27,11 @@ using Kind = ConnectorSpec::Kind;
 // Virtual time a run may last: a day, far beyond any demonstration, and far from overflow.
 constexpr int kMaxMilliseconds = 24 * 3600 * 1000;
 
-// "fef3", "0000fef3", or "0000fef3-0000-1000-8000-00805f9b34fb": a 2-, 4- or 16-byte UUID.
+// The library's form of a UUID written as the simulator's readers take it.
 TrackerUuid uuidOf(const Value& value, const std::string& path) {
-    std::string digits = text(value, path);
+    std::string digits = uuid(value, path).toString();
     digits.erase(std::remove(digits.begin(), digits.end(), '-'), digits.end());
-    Value hexDigits(rapidjson::StringRef(digits.c_str(), digits.size()));
-    std::vector<uint8_t> bytes = hexBytes(hexDigits, path);
-    bytes = BleUtils::unifyUUID(std::move(bytes));
-    if (bytes.empty()) {
-        fail(path, "expected a UUID: 4, 8 or 32 hex digits");
-    }
-    return {bytes};
+    return {util::StringUtils::convertStringToHex(digits)};
 }
 
 std::vector<uint8_t> addressBytes(const Value& value, const std::string& path) {

@@ -137,10 +137,18 @@ std::string address(const Value& value, const std::string& path) {
 }
 
 android::os::ParcelUuid uuid(const Value& value, const std::string& path) {
-    const std::string textual = text(value, path);
+    std::string textual = text(value, path);
+    // A 16- or 32-bit UUID stands for the full one on the Bluetooth base.
+    const bool shortForm = (textual.size() == 4 || textual.size() == 8) &&
+                           std::all_of(textual.begin(), textual.end(), [](char c) {
+                               return std::isxdigit(static_cast<unsigned char>(c)) != 0;
+                           });
+    if (shortForm) {
+        textual = std::string(8 - textual.size(), '0') + textual + "-0000-1000-8000-00805f9b34fb";
+    }
     const android::os::ParcelUuid parsed = android::os::ParcelUuid::fromString(textual);
     if (parsed == android::os::ParcelUuid() && textual != "00000000-0000-0000-0000-000000000000") {
-        fail(path, "expected a UUID like 0000180f-0000-1000-8000-00805f9b34fb");
+        fail(path, "expected a UUID like 180f or 0000180f-0000-1000-8000-00805f9b34fb");
     }
     return parsed;
 }

@@ -52,6 +52,7 @@ const rapidjson::Value& array(const rapidjson::Value& value, const std::string& 
 std::vector<uint8_t> hexBytes(const rapidjson::Value& value, const std::string& path);
 // "C0:FF:EE:00:00:01", as written.
 std::string address(const rapidjson::Value& value, const std::string& path);
+// "0000180f-0000-1000-8000-00805f9b34fb", or "180f" / "0000180f" on the Bluetooth base.
 android::os::ParcelUuid uuid(const rapidjson::Value& value, const std::string& path);
 
 }  // namespace fields
