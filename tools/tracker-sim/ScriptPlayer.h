@@ -23,15 +23,14 @@ namespace trackersim {
 // minutes of virtual time (an initialisation, a session opening), and only the thread that moves
 // the time can end those waits, so that thread never makes them itself.
 //
-// Lifetime: a step may be waiting inside a manager when the run ends, so a player is never
-// destroyed; the process ends with it.
+// Lifetime: a step may be waiting inside a manager when the run ends, so a player lives as long
+// as the process and is never destroyed.
 //
 // Thread-safety: queue() and setUp() may be called from any thread. Everything else, the
 // connectors included, belongs to the script thread.
 class ScriptPlayer {
   public:
     ScriptPlayer(std::vector<ConnectorSpec> connectors, Timeline& timeline, sim::World& world);
-    ~ScriptPlayer() = delete;
 
     // Queues the set-up: the managers, every connector created, registered and started.
     void setUp();

@@ -145,6 +145,23 @@ class Recorder {
     uint64_t m_count = 0;
 };
 
+// What the platform's and the managers' threads may still reach when the run ends: the clock,
+// the recorder behind the radio's tap, the timeline the connectors report to and the script
+// thread. It lives as long as the process, which ends with the run.
+struct RunState {
+    RunState(sim::World& world, std::ostream& out, Timeline::Format format,
+             std::vector<ConnectorSpec> connectors)
+        : time(world),
+          recorder(time),
+          timeline(out, format, [this] { return static_cast<int64_t>(time.now().count()); }),
+          player(std::move(connectors), timeline, world) {}
+
+    VirtualTime time;
+    Recorder recorder;
+    Timeline timeline;
+    ScriptPlayer player;
+};
+
 }  // namespace
 
 Simulation::Simulation(RunDescription description, RunOptions options, std::ostream& out)
@@ -152,7 +169,12 @@ Simulation::Simulation(RunDescription description, RunOptions options, std::ostr
 
 int Simulation::run(std::string* error) {
     sim::World& world = sim::World::instance();
-    VirtualTime time(world);
+    static RunState* const state =
+        new RunState(world, m_out, m_options.format, m_description.connectors);
+    VirtualTime& time = state->time;
+    Recorder* const recorder = &state->recorder;
+    Timeline& timeline = state->timeline;
+    ScriptPlayer* const player = &state->player;
     world.reset();
     world.seedNoise(m_options.seed);
 
@@ -176,8 +198,6 @@ int Simulation::run(std::string* error) {
         figures.replay =
             ReplayFigures{capturePath, capture.format, capture.reports, capture.skipped};
     }
-    // Leaked on purpose: the radio's threads may still call it while the process ends.
-    auto* recorder = new Recorder(time);
     if (!m_options.record.empty()) {
         if (!recorder->open(m_options.record, error)) {
             return 2;
@@ -194,11 +214,7 @@ int Simulation::run(std::string* error) {
         }
     }
 
-    Timeline timeline(m_out, m_options.format,
-                      [&time] { return static_cast<int64_t>(time.now().count()); });
     PlatformWatch watch(world, timeline, figures);
-    // Never destroyed: a step may still wait inside a manager when the run ends.
-    auto* player = new ScriptPlayer(m_description.connectors, timeline, world);
     player->setUp();
 
     std::set<std::string> replayed;

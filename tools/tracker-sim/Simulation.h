@@ -27,8 +27,9 @@ struct RunOptions {
 // the description's connectors registered and started, its script played on virtual time and a
 // capture replayed into the radio; the timeline and the summary go to `out`.
 //
-// A run uses the process-wide world and managers, so a process makes one run. Everything is
-// called from the thread that calls run().
+// A run uses the process-wide world and managers, so a process makes one run: what the run's
+// threads use is kept for the life of the process. Everything is called from the thread that
+// calls run().
 class Simulation {
   public:
     Simulation(RunDescription description, RunOptions options, std::ostream& out);

@@ -84,7 +84,8 @@ void Timeline::flush() {
     std::lock_guard<std::mutex> lock(m_mutex);
     std::stable_sort(m_pending.begin(), m_pending.end(), before);
     if (m_format == Format::Text && !m_headerWritten && !m_pending.empty()) {
-        m_out << "     time  connector       event                  address    value       detail\n";
+        m_out
+            << "     time  connector       event                  address    value       detail\n";
         m_headerWritten = true;
     }
     for (TimelineEvent& event : m_pending) {
