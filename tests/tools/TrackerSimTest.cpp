@@ -125,14 +125,16 @@ TEST(TrackerSim, DefaultScenarioShowsEverySubsystemAtWork) {
 }
 
 TEST(TrackerSim, TheSameSeedGivesTheSameBytes) {
-    const std::string scenario = "--speed max --scenario " + kData + "/tracker-sim/small.json";
-    const Outcome first = trackerSim(scenario + " --seed 5");
-    const Outcome second = trackerSim(scenario + " --seed 5");
-    const Outcome other = trackerSim(scenario + " --seed 6");
+    // The default scenario has every kind of thread at work: the script's, the platform's, the
+    // managers' executors and timers.
+    const Outcome first = trackerSim("--speed max --seed 5");
+    const Outcome second = trackerSim("--speed max --seed 5");
+    const Outcome other = trackerSim("--speed max --seed 6");
     ASSERT_EQ(first.status, 0) << first.err;
     EXPECT_EQ(first.out, second.out);
     EXPECT_NE(first.out, other.out) << "the seed drives the RSSI noise";
 
+    const std::string scenario = "--speed max --scenario " + kData + "/tracker-sim/small.json";
     // A tag walking out of range for three seconds is missed for those seconds only.
     const JsonRun json(trackerSim(scenario + " --json").out);
     EXPECT_EQ(json.heardBy("by-maker", 6100).size(), 1u);
@@ -203,6 +205,7 @@ TEST(TrackerSim, BadInputEndsWithOneLineAndStatusTwo) {
     const std::pair<std::string, std::string> refused[] = {
         {"--frobnicate", "unknown option --frobnicate (see --help)"},
         {"--speed", "--speed needs a value"},
+        {"--replay ''", "--replay needs a value"},
         {"--speed 0", "--speed: expected a whole number from 1 to 1000000, or max, not 0"},
         {"--duration 1e9", "--duration: expected whole seconds from 1 to 86400, not 1e9"},
         {"--seed -1", "--seed: expected a whole number from 0 to 4294967295, not -1"},
@@ -210,7 +213,8 @@ TEST(TrackerSim, BadInputEndsWithOneLineAndStatusTwo) {
         {"--scenario /nonexistent.json", "/nonexistent.json: No such file or directory"},
         {"--scenario /dev/zero", "/dev/zero: not a regular file"},
         {"--scenario " + badScript, badScript + ": script[0].connector: no connector named x"},
-        {"--replay /nonexistent.btsnoop", "cannot open /nonexistent.btsnoop: No such file"},
+        {"--replay /nonexistent.btsnoop", "/nonexistent.btsnoop: No such file or directory"},
+        {"--replay /tmp", "/tmp: not a regular file"},
         {"--replay " + garbage, garbage},
         {"--record /nonexistent/run.btsnoop", "cannot create /nonexistent/run.btsnoop: No such"},
         {"--report /nonexistent/run.html", "/nonexistent/run.html: No such file or directory"},
@@ -222,6 +226,11 @@ TEST(TrackerSim, BadInputEndsWithOneLineAndStatusTwo) {
         EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
         EXPECT_TRUE(run.out.empty()) << arguments;
     }
+    // A recording that cannot be written completely fails the run once it has been played.
+    const Outcome full = trackerSim("--speed max --duration 5 --record /dev/full");
+    EXPECT_EQ(full.status, 2);
+    EXPECT_EQ(full.err, "tracker-sim: /dev/full: the recording could not be written completely\n");
+
     const Outcome help = trackerSim("--help");
     EXPECT_EQ(help.status, 0);
     EXPECT_NE(help.out.find("--replay FILE"), std::string::npos);

@@ -49,7 +49,8 @@ struct Point {
 // One line chart: a series per tag, in the tag's colour, time across, the value up.
 std::string chart(const std::string& title, const std::string& unit,
                   const std::map<std::string, std::vector<Point>>& series,
-                  const std::map<std::string, const char*>& colours, double runSeconds) {
+                  const std::map<std::string, const char*>& colours,
+                  const std::map<std::string, std::string>& labels, double runSeconds) {
     if (series.empty()) {
         return "<p>No " + escaped(title) + " in this run.</p>\n";
     }
@@ -96,7 +97,7 @@ std::string chart(const std::string& title, const std::string& unit,
         const double legendY = kHeight + 20.0 * index;
         svg << "<rect x=\"" << kLeft << "\" y=\"" << legendY - 9 << "\" width=\"10\" height=\"10\" "
             << "fill=\"" << colour << "\"/><text x=\"" << kLeft + 16 << "\" y=\"" << legendY
-            << "\">" << escaped(tag) << " (" << points.size() << " points)</text>\n";
+            << "\">" << escaped(labels.at(tag)) << " (" << points.size() << " points)</text>\n";
         ++index;
     }
     svg << "</svg>\n";
@@ -120,14 +121,19 @@ bool writeHtmlReport(const std::string& path, const std::vector<TimelineEvent>& 
     std::map<std::string, std::vector<Point>> rssi, distance;
     // What each connector received, by tag.
     std::map<std::string, std::map<std::string, int>> received;
+    // Series are kept by the clear address, which two tags never share, and labelled with the
+    // obfuscated one.
+    std::map<std::string, std::string> labels;
     for (const TimelineEvent& event : events) {
         const double t = static_cast<double>(event.t) / 1000.0;
+        const std::string& tag = event.device.empty() ? event.address : event.device;
+        labels.emplace(tag, event.address);
         if (event.event == "result" && event.rssi) {
-            rssi[event.address].push_back({t, static_cast<double>(*event.rssi)});
+            rssi[tag].push_back({t, static_cast<double>(*event.rssi)});
             ++received[event.connector][event.address];
         } else if (event.event == "distance") {
             if (event.metres) {
-                distance[event.address].push_back({t, *event.metres});
+                distance[tag].push_back({t, *event.metres});
             }
             ++received[event.connector][event.address];
         }
@@ -157,8 +163,8 @@ bool writeHtmlReport(const std::string& path, const std::vector<TimelineEvent>& 
              << "): " << run.replay->reports << " reports, " << run.replay->skipped << " skipped, "
              << run.replay->delivered << " delivered, " << run.replay->routed << " routed.</p>\n";
     }
-    page << chart("RSSI of each tag", "dBm", rssi, colours, seconds);
-    page << chart("Distance of each tag", "metres", distance, colours, seconds);
+    page << chart("RSSI of each tag", "dBm", rssi, colours, labels, seconds);
+    page << chart("Distance of each tag", "metres", distance, colours, labels, seconds);
     page << "<h2>Connectors</h2>\n<table><tr><th>connector</th><th>kind</th><th>filters</th>"
             "<th>results</th><th>GATT operations</th><th>sessions</th><th>failures</th>"
             "<th>received from</th></tr>\n";

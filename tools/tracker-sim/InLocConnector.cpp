@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <string>
 
+#include "tracker/bluetooth/BleUtils.h"
+
 namespace tracker {
 namespace trackersim {
 
@@ -37,6 +39,7 @@ void InLocConnector::onInLocTrackingResult(std::shared_ptr<TrackerInLocDistanceE
     entry.connector = m_context.name;
     entry.event = "distance";
     entry.address = obfuscated(*event->deviceAddr);
+    entry.device = BleUtils::getBleAddress(event->deviceAddr);
     switch (event->distanceType) {
         case util::inloc::DISTANCE_TYPE_MEASURED:
             entry.metres = event->distance / 100.0;

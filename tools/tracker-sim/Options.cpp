@@ -32,7 +32,9 @@ const char* usage() {
            "  --speed N|max      virtual time N times real time (default 4); max: no pacing\n"
            "  --duration SECONDS how long the run lasts in virtual time\n"
            "  --seed N           the same seed gives the same timeline (default 1)\n"
-           "  --log-level L      the library's log lines at or above L (v, d, i, w, e) to stderr\n"
+           "  --log-level L      the library's log lines at or above L (v, d, i, w, e, f; s: "
+           "none)\n"
+           "                     to stderr (default s)\n"
            "  --help             this text\n"
            "\n"
            "Exit status: 0 after a run, 2 for bad options, scenarios or captures.\n";
@@ -57,7 +59,7 @@ bool parseOptions(int argc, const char* const* argv, Options* options, std::stri
             *error = "unknown option " + option + " (see --help)";
             return false;
         }
-        if (i + 1 >= argc) {
+        if (i + 1 >= argc || argv[i + 1][0] == '\0') {
             *error = option + " needs a value";
             return false;
         }

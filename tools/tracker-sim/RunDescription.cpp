@@ -202,6 +202,12 @@ ConnectorSpec connector(const Value& json, const std::string& path,
     if (spec.name.empty() || spec.name.size() > 32) {
         fail(join(path, "name"), "expected a name of 1 to 32 characters");
     }
+    // The timeline's own sources keep their names.
+    for (const char* reserved : {"radio", "inloc", "script", "pairing"}) {
+        if (spec.name == reserved) {
+            fail(join(path, "name"), spec.name + " is the name of the timeline's own lines");
+        }
+    }
     if (std::any_of(earlier.begin(), earlier.end(),
                     [&](const ConnectorSpec& other) { return other.name == spec.name; })) {
         fail(join(path, "name"), "another connector is named " + spec.name);

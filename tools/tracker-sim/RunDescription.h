@@ -19,7 +19,10 @@ struct ConnectorSpec {
     std::vector<util::bluetooth::TrackerScanFilter> filters;
 };
 
-// One timed event of a run's script. `action` says which fields count:
+// One timed event of a run's script. Steps on the simulated world alone (notify, move, remove,
+// inject, failScanStarts, killProxy, pair) take effect at their time; the others run in order
+// on the script thread, after any earlier step that still waits in a manager. `action` says
+// which fields count:
 //   start, stop                connector
 //   reload                     connector, filters (when given: the connector's new filters)
 //   gatt                       connector, address, service, read, notify, notifications

@@ -1,5 +1,7 @@
 #include "ScriptPlayer.h"
 
+#include <set>
+
 #include "bluetooth/World.h"
 #include "tracker/bluetooth/BleUtils.h"
 #include "tracker/bluetooth/IRemoteDevice.h"
@@ -47,11 +49,27 @@ ScriptPlayer::ScriptPlayer(std::vector<ConnectorSpec> connectors, Timeline& time
     : m_specs(std::move(connectors)), m_timeline(timeline), m_world(world), m_thread(kIdleThread) {}
 
 void ScriptPlayer::setUp() {
-    m_thread.post(false, [this] { createConnectors(); });
+    m_thread.post(false, [this] {
+        const Timeline::RunThread script;
+        createConnectors();
+    });
 }
 
-void ScriptPlayer::queue(ScriptStep step) {
-    m_thread.post(false, [this, step] { perform(step); });
+void ScriptPlayer::play(const ScriptStep& step) {
+    if (actsOnTheWorldOnly(step)) {
+        performOnTheWorld(step);
+        return;
+    }
+    m_thread.post(false, [this, step] {
+        const Timeline::RunThread script;
+        perform(step);
+    });
+}
+
+bool ScriptPlayer::actsOnTheWorldOnly(const ScriptStep& step) {
+    static const std::set<std::string> kWorldActions = {
+        "notify", "move", "remove", "inject", "failScanStarts", "killProxy", "pair"};
+    return kWorldActions.count(step.action) > 0;
 }
 
 void ScriptPlayer::report(const std::string& event, const std::string& detail, bool failure,
@@ -66,7 +84,12 @@ void ScriptPlayer::report(const std::string& event, const std::string& detail, b
 }
 
 void ScriptPlayer::createConnectors() {
-    const auto later = [this](std::function<void()> call) { m_thread.post(false, call); };
+    const auto later = [this](std::function<void()> call) {
+        m_thread.post(false, [call] {
+            const Timeline::RunThread script;
+            call();
+        });
+    };
     std::shared_ptr<BluetoothManagerInterface> bluetooth;
     std::shared_ptr<InLocManager> inloc;
     for (const ConnectorSpec& spec : m_specs) {
@@ -154,7 +177,12 @@ void ScriptPlayer::listPairedDevices() {
     std::vector<std::shared_ptr<IRemoteDevice>> devices;
     const auto manager = BluetoothManagerInterface::getInstance();
     if (!manager || !manager->getPairedRemoteDevices(devices)) {
-        report("paired devices", "query failed", true);
+        TimelineEvent event;
+        event.connector = "pairing";
+        event.event = "paired devices";
+        event.detail = "query failed";
+        event.failure = true;
+        m_timeline.add(std::move(event));
         return;
     }
     std::string list;
@@ -164,7 +192,11 @@ void ScriptPlayer::listPairedDevices() {
             list += " " + device->getDSN();
         }
     }
-    report("paired devices", std::to_string(devices.size()) + (list.empty() ? "" : ": " + list));
+    TimelineEvent event;
+    event.connector = "pairing";
+    event.event = "paired devices";
+    event.detail = std::to_string(devices.size()) + (list.empty() ? "" : ": " + list);
+    m_timeline.add(std::move(event));
 }
 
 void ScriptPlayer::runDutyCycle(const ScriptStep& step) {
@@ -194,19 +226,9 @@ void ScriptPlayer::runDutyCycle(const ScriptStep& step) {
     }
 }
 
-void ScriptPlayer::perform(const ScriptStep& step) {
+void ScriptPlayer::performOnTheWorld(const ScriptStep& step) {
     const std::string& action = step.action;
-    if (action == "start" || action == "stop") {
-        startOrStop(step);
-    } else if (action == "reload") {
-        reload(step);
-    } else if (action == "gatt") {
-        const auto found = m_bluetooth.find(step.connector);
-        if (found != m_bluetooth.end()) {
-            found->second->beginSession({BleUtils::stringToTrackerDeviceAddr(step.address.c_str()),
-                                         step.service, step.read, step.notify, step.notifications});
-        }
-    } else if (action == "notify") {
+    if (action == "notify") {
         const bool sent = m_world.notifyValue(step.address, parcelUuid(step.service),
                                               parcelUuid(step.notify), step.value);
         report("tag notifies", hex(step.value), !sent, step.address);
@@ -230,6 +252,21 @@ void ScriptPlayer::perform(const ScriptStep& step) {
     } else if (action == "pair") {
         report("pairing changes", "state " + std::to_string(step.state),
                !m_world.setPairState(step.address, step.state), step.address);
+    }
+}
+
+void ScriptPlayer::perform(const ScriptStep& step) {
+    const std::string& action = step.action;
+    if (action == "start" || action == "stop") {
+        startOrStop(step);
+    } else if (action == "reload") {
+        reload(step);
+    } else if (action == "gatt") {
+        const auto found = m_bluetooth.find(step.connector);
+        if (found != m_bluetooth.end()) {
+            found->second->beginSession({BleUtils::stringToTrackerDeviceAddr(step.address.c_str()),
+                                         step.service, step.read, step.notify, step.notifications});
+        }
     } else if (action == "pairedDevices") {
         listPairedDevices();
     } else if (action == "ring") {

@@ -26,18 +26,23 @@ namespace trackersim {
 // Lifetime: a step may be waiting inside a manager when the run ends, so a player lives as long
 // as the process and is never destroyed.
 //
-// Thread-safety: queue() and setUp() may be called from any thread. Everything else, the
-// connectors included, belongs to the script thread.
+// Thread-safety: play() and setUp() are called from the thread that moves the time. Everything
+// else, the connectors included, belongs to the script thread, except the world's own steps.
 class ScriptPlayer {
   public:
     ScriptPlayer(std::vector<ConnectorSpec> connectors, Timeline& timeline, sim::World& world);
 
     // Queues the set-up: the managers, every connector created, registered and started.
     void setUp();
-    void queue(ScriptStep step);
+    // A step that acts on the simulated world only (a tag moves or notifies, the proxy dies,
+    // scan starts will fail, ...) runs at once on the calling thread, so that it happens at its
+    // time even while the script thread waits in a manager; any other step is queued.
+    void play(const ScriptStep& step);
 
   private:
     void createConnectors();
+    static bool actsOnTheWorldOnly(const ScriptStep& step);
+    void performOnTheWorld(const ScriptStep& step);
     void perform(const ScriptStep& step);
     void startOrStop(const ScriptStep& step);
     void reload(const ScriptStep& step);

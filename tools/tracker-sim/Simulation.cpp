@@ -129,10 +129,11 @@ class Recorder {
             ++m_count;
         }
     }
-    uint64_t close(std::string* error) {
+    // The advertisements recorded; nullopt if the file could not be written completely.
+    std::optional<uint64_t> close() {
         std::lock_guard<std::mutex> lock(m_mutex);
-        if (m_open && !m_writer.close() && error != nullptr) {
-            *error = "the recording could not be written completely";
+        if (m_open && !m_writer.close()) {
+            return std::nullopt;
         }
         return m_count;
     }
@@ -171,6 +172,8 @@ int Simulation::run(std::string* error) {
     sim::World& world = sim::World::instance();
     static RunState* const state =
         new RunState(world, m_out, m_options.format, m_description.connectors);
+    // This thread's reports (the platform watch, the world's steps) come in program order.
+    const Timeline::RunThread driver;
     VirtualTime& time = state->time;
     Recorder* const recorder = &state->recorder;
     Timeline& timeline = state->timeline;
@@ -217,10 +220,24 @@ int Simulation::run(std::string* error) {
     PlatformWatch watch(world, timeline, figures);
     player->setUp();
 
+    // A result is counted as routed from the capture when its address is the capture's and no
+    // virtual tag's.
     std::set<std::string> replayed;
     for (const sim::CapturedAdvertisement& advertisement : capture.advertisements) {
         replayed.insert(advertisement.address);
     }
+    if (document.HasMember("tags") && document["tags"].IsArray()) {
+        for (const rapidjson::Value& tag : document["tags"].GetArray()) {
+            std::string address = tag["address"].GetString();
+            std::transform(address.begin(), address.end(), address.begin(), ::toupper);
+            replayed.erase(address);
+        }
+    }
+    // Played in time order, whatever order the file kept.
+    std::stable_sort(capture.advertisements.begin(), capture.advertisements.end(),
+                     [](const sim::CapturedAdvertisement& a, const sim::CapturedAdvertisement& b) {
+                         return a.offset < b.offset;
+                     });
     // The capture plays from the moment the library's scan first runs, at its recorded pace.
     std::optional<milliseconds> replayStart;
     std::size_t nextAdvertisement = 0;
@@ -231,7 +248,7 @@ int Simulation::run(std::string* error) {
         bool posted = false;
         for (; nextStep < m_description.script.size() && m_description.script[nextStep].at <= now;
              ++nextStep) {
-            player->queue(m_description.script[nextStep]);
+            player->play(m_description.script[nextStep]);
             posted = true;
         }
         for (; replayStart && nextAdvertisement < capture.advertisements.size();
@@ -285,7 +302,12 @@ int Simulation::run(std::string* error) {
             }));
     }
     world.setRadioTap(nullptr);
-    figures.advertisementsRecorded = recorder->close(error);
+    const std::optional<uint64_t> recorded = recorder->close();
+    if (!recorded) {
+        *error = m_options.record + ": the recording could not be written completely";
+        return 2;
+    }
+    figures.advertisementsRecorded = *recorded;
     writeSummary(m_out, m_options.format, time.now().count(), timeline.summaries(), figures);
     if (!m_options.report.empty() &&
         !writeHtmlReport(m_options.report, events, timeline.summaries(), figures, error)) {

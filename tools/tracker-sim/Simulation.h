@@ -35,7 +35,8 @@ class Simulation {
     Simulation(RunDescription description, RunOptions options, std::ostream& out);
 
     // 0 after a run; 2, with a one-line message in *error, when the world, the capture or an
-    // output file cannot be used (then nothing ran).
+    // output file cannot be used (found before the run starts, except an output file that could
+    // not be written completely).
     int run(std::string* error);
 
   private:

@@ -1,5 +1,6 @@
 #include "Summary.h"
 
+#include <cstdarg>
 #include <cstdio>
 
 #include "tracker/json/JSONBuilder.h"
@@ -8,6 +9,20 @@ namespace tracker {
 namespace trackersim {
 
 namespace {
+
+// printf into a string of whatever length it takes: paths and filter lists can be long.
+__attribute__((format(printf, 1, 2))) std::string formatted(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    va_list again;
+    va_copy(again, arguments);
+    const int size = std::vsnprintf(nullptr, 0, format, arguments);
+    va_end(arguments);
+    std::string text(size > 0 ? static_cast<std::size_t>(size) : 0, '\0');
+    std::vsnprintf(&text[0], text.size() + 1, format, again);
+    va_end(again);
+    return text;
+}
 
 std::string metresRange(const std::optional<double>& low, const std::optional<double>& high) {
     if (!low) {
@@ -20,49 +35,41 @@ std::string metresRange(const std::optional<double>& low, const std::optional<do
 
 void writeText(std::ostream& out, const std::map<std::string, ConnectorSummary>& connectors,
                const RunFigures& run) {
-    char line[256];
-    std::snprintf(line, sizeof line, "\nSummary: %.3f s of virtual time, seed %u\n",
-                  static_cast<double>(run.duration.count()) / 1000.0, run.seed);
-    out << line;
-    std::snprintf(line, sizeof line, "  %-15s %-9s %7s  %-15s %-14s %5s %8s %8s  %s\n", "connector",
-                  "kind", "results", "rssi", "distance", "gatt", "sessions", "failures", "filters");
-    out << line;
+    out << formatted("\nSummary: %.3f s of virtual time, seed %u\n",
+                     static_cast<double>(run.duration.count()) / 1000.0, run.seed);
+    out << formatted("  %-15s %-9s %7s  %-15s %-14s %5s %8s %8s  %s\n", "connector", "kind",
+                     "results", "rssi", "distance", "gatt", "sessions", "failures", "filters");
     for (const auto& [name, c] : connectors) {
         const std::string rssi =
             c.rssiLow ? std::to_string(*c.rssiLow) + ".." + std::to_string(*c.rssiHigh) + " dBm"
                       : "-";
-        std::snprintf(line, sizeof line, "  %-15s %-9s %7llu  %-15s %-14s %5llu %8llu %8llu  %s\n",
-                      name.c_str(), c.kind.c_str(), static_cast<unsigned long long>(c.results),
-                      rssi.c_str(), metresRange(c.metresLow, c.metresHigh).c_str(),
-                      static_cast<unsigned long long>(c.gattOperations),
-                      static_cast<unsigned long long>(c.sessions),
-                      static_cast<unsigned long long>(c.failures), c.filters.c_str());
-        out << line;
+        out << formatted("  %-15s %-9s %7llu  %-15s %-14s %5llu %8llu %8llu  %s\n", name.c_str(),
+                         c.kind.c_str(), static_cast<unsigned long long>(c.results), rssi.c_str(),
+                         metresRange(c.metresLow, c.metresHigh).c_str(),
+                         static_cast<unsigned long long>(c.gattOperations),
+                         static_cast<unsigned long long>(c.sessions),
+                         static_cast<unsigned long long>(c.failures), c.filters.c_str());
     }
-    std::snprintf(line, sizeof line,
-                  "  radio: %llu scan starts (%llu refused), %llu stops; proxy deaths %llu, "
-                  "recoveries %llu\n",
-                  static_cast<unsigned long long>(run.scanStarts),
-                  static_cast<unsigned long long>(run.scanStartsRefused),
-                  static_cast<unsigned long long>(run.scanStops),
-                  static_cast<unsigned long long>(run.proxyDeaths),
-                  static_cast<unsigned long long>(run.proxyRecoveries));
-    out << line;
-    std::snprintf(line, sizeof line,
-                  "  inloc: tracking by membership stopped %llu times, resumed %llu times\n",
-                  static_cast<unsigned long long>(run.trackingPauses),
-                  static_cast<unsigned long long>(run.trackingResumes));
-    out << line;
+    out << formatted(
+        "  radio: %llu scan starts (%llu refused), %llu stops; proxy deaths %llu, "
+        "recoveries %llu\n",
+        static_cast<unsigned long long>(run.scanStarts),
+        static_cast<unsigned long long>(run.scanStartsRefused),
+        static_cast<unsigned long long>(run.scanStops),
+        static_cast<unsigned long long>(run.proxyDeaths),
+        static_cast<unsigned long long>(run.proxyRecoveries));
+    out << formatted("  inloc: tracking by membership stopped %llu times, resumed %llu times\n",
+                     static_cast<unsigned long long>(run.trackingPauses),
+                     static_cast<unsigned long long>(run.trackingResumes));
     if (run.replay) {
         const ReplayFigures& r = *run.replay;
-        std::snprintf(line, sizeof line,
-                      "  replay: %s (%s): %llu reports, %llu skipped, %llu delivered, %llu "
-                      "routed\n",
-                      r.file.c_str(), r.format.c_str(), static_cast<unsigned long long>(r.reports),
-                      static_cast<unsigned long long>(r.skipped),
-                      static_cast<unsigned long long>(r.delivered),
-                      static_cast<unsigned long long>(r.routed));
-        out << line;
+        out << formatted(
+            "  replay: %s (%s): %llu reports, %llu skipped, %llu delivered, %llu "
+            "routed\n",
+            r.file.c_str(), r.format.c_str(), static_cast<unsigned long long>(r.reports),
+            static_cast<unsigned long long>(r.skipped),
+            static_cast<unsigned long long>(r.delivered),
+            static_cast<unsigned long long>(r.routed));
     }
     if (run.advertisementsRecorded > 0) {
         out << "  recorded: " << run.advertisementsRecorded << " advertisements\n";

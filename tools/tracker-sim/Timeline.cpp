@@ -11,22 +11,17 @@ namespace trackersim {
 
 namespace {
 
-// Scan results and distance events may reach a connector from several platform threads within
-// one step, so they are put in order by their content. Everything else a connector sees in a step
-// comes in causal order (a script step, a GATT exchange) and keeps it, ahead of the data.
-bool isData(const TimelineEvent& e) {
-    return e.event == "result" || e.event == "distance";
-}
+thread_local bool t_runThread = false;
 
 bool before(const TimelineEvent& a, const TimelineEvent& b) {
     if (std::tie(a.t, a.connector) != std::tie(b.t, b.connector)) {
         return std::tie(a.t, a.connector) < std::tie(b.t, b.connector);
     }
-    if (isData(a) != isData(b) || !isData(a)) {
-        return !isData(a) && isData(b);
+    if (a.fromRun || b.fromRun) {
+        return a.fromRun && !b.fromRun;  // stable: the run's own keep their order
     }
-    return std::tie(a.event, a.address, a.detail, a.rssi, a.metres) <
-           std::tie(b.event, b.address, b.detail, b.rssi, b.metres);
+    return std::tie(a.event, a.address, a.detail, a.rssi, a.metres, a.failure) <
+           std::tie(b.event, b.address, b.detail, b.rssi, b.metres, b.failure);
 }
 
 template <typename T>
@@ -46,6 +41,14 @@ std::string metres(double value) {
 Timeline::Timeline(std::ostream& out, Format format, std::function<int64_t()> now)
     : m_out(out), m_format(format), m_now(std::move(now)) {}
 
+Timeline::RunThread::RunThread() : m_was(t_runThread) {
+    t_runThread = true;
+}
+
+Timeline::RunThread::~RunThread() {
+    t_runThread = m_was;
+}
+
 void Timeline::declareConnector(const std::string& name, const std::string& kind,
                                 const std::string& filters) {
     std::lock_guard<std::mutex> lock(m_mutex);
@@ -56,6 +59,7 @@ void Timeline::declareConnector(const std::string& name, const std::string& kind
 
 void Timeline::add(TimelineEvent event) {
     event.t = m_now();
+    event.fromRun = t_runThread;
     std::lock_guard<std::mutex> lock(m_mutex);
     const auto found = m_summaries.find(event.connector);
     if (found != m_summaries.end()) {

@@ -18,12 +18,15 @@ struct TimelineEvent {
     std::string connector;  // the connector that saw it, or "world" / "script"
     std::string event;      // "result", "connected", "distance", ...
     std::string address;    // obfuscated ("MAC:00:01"); empty when none
-    std::string device;     // the clear address of a scan result, counted but never written
+    std::string device;     // the clear address of a result or distance: counted, never written
     std::optional<int> rssi;
     std::optional<double> metres;  // a measured distance, or a range bucket's upper bound
     std::string detail;            // the rest, as text
     // Counted among the connector's failures in the summary.
     bool failure = false;
+    // Stamped by add(): reported from the run's own threads (the script thread, the thread
+    // that moves the time), whose order within a step is their program's order.
+    bool fromRun = false;
 };
 
 // What a connector received over the run.
@@ -39,9 +42,10 @@ struct ConnectorSummary {
 };
 
 // Collects the events of a run from every thread and writes them in time order, as readable
-// lines or as JSON lines. Within one step, a connector's scan results and distance events are
-// sorted by their content, so two runs that saw the same events write the same bytes whatever
-// order the platform's threads delivered them in; its other events keep their causal order.
+// lines or as JSON lines. Within one step and one connector, the events the run's own threads
+// reported come first, in the order they were reported; the events of the platform's and the
+// managers' threads follow, sorted by their content. Two runs that saw the same events therefore
+// write the same bytes whatever order those threads ran in.
 //
 // Thread-safety: every member may be called from any thread; m_mutex guards everything.
 class Timeline {
@@ -49,6 +53,18 @@ class Timeline {
     enum class Format { Text, Json };
 
     Timeline(std::ostream& out, Format format, std::function<int64_t()> now);
+
+    // While one exists, the calling thread's events count as the run's own.
+    class RunThread {
+      public:
+        RunThread();
+        ~RunThread();
+        RunThread(const RunThread&) = delete;
+        RunThread& operator=(const RunThread&) = delete;
+
+      private:
+        const bool m_was;
+    };
 
     void declareConnector(const std::string& name, const std::string& kind,
                           const std::string& filters);

@@ -96,6 +96,16 @@ void VirtualTime::settle() {
             return;
         }
     }
+    // Something keeps running (a connector that spins, say): the run goes on, stamped as best
+    // it can be, and says so once.
+    static bool warned = false;
+    if (!warned) {
+        warned = true;
+        std::fprintf(stderr,
+                     "tracker-sim: warning: the process did not come to rest within %d s "
+                     "of real time; the timeline may not repeat exactly\n",
+                     static_cast<int>(kRestLimit.count()));
+    }
 }
 
 }  // namespace trackersim

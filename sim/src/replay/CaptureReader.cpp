@@ -5,10 +5,9 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <vector>
 
+#include "io/RegularFile.h"
 #include "replay/BluetoothAddress.h"
 #include "replay/ByteReader.h"
 #include "replay/HciEventDecoder.h"
@@ -261,17 +260,11 @@ bool readCapture(const uint8_t* bytes, std::size_t size, CaptureContents* out, s
 
 bool readCaptureFile(const std::string& path, CaptureContents* out, std::string* error) {
     *out = CaptureContents{};
-    std::ifstream file(path, std::ios::binary);
-    if (!file) {
-        setError(error, "cannot open " + path + ": " + std::strerror(errno));
+    std::string content;
+    if (!readRegularFile(path, kMaxCaptureBytes, &content, error)) {
         return false;
     }
-    const std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(file)),
-                                     std::istreambuf_iterator<char>());
-    if (file.bad()) {
-        setError(error, "cannot read " + path);
-        return false;
-    }
+    const std::vector<uint8_t> bytes(content.begin(), content.end());
     if (!readCapture(bytes.data(), bytes.size(), out, error)) {
         if (error) {
             *error = path + ": " + *error;

@@ -24,8 +24,10 @@ namespace sim {
 // counted in out->skipped and left out, and a record running past the end of the file ends the
 // read. No input makes a read go outside `bytes`.
 //
-// readCaptureFile reads the whole file into memory first. Both functions may run on several
+// readCaptureFile reads the whole file into memory first: only a regular file of at most
+// kMaxCaptureBytes. Both functions may run on several
 // threads at once, each with its own `out`.
+constexpr std::uintmax_t kMaxCaptureBytes = 512u << 20;
 bool readCaptureFile(const std::string& path, CaptureContents* out, std::string* error);
 bool readCapture(const uint8_t* bytes, std::size_t size, CaptureContents* out, std::string* error);
 

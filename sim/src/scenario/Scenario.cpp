@@ -3,16 +3,12 @@
 #include <rapidjson/document.h>
 #include <rapidjson/error/en.h>
 
-#include <sys/stat.h>
-
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <fstream>
 #include <optional>
 #include <sstream>
 
 #include "inloc/InLocService.h"
+#include "io/RegularFile.h"
 #include "scenario/JsonFields.h"
 
 namespace tracker {
@@ -118,8 +114,10 @@ TagSpec tag(const Value& json, const std::string& path) {
         hexBytes(required(json, path, "advertisement"), path + ".advertisement");
     if (const Value* interval = member(json, "intervalMs")) {
         const int ms = integer(*interval, path + ".intervalMs");
-        if (ms <= 0) {
-            fail(path + ".intervalMs", "expected a positive number of milliseconds");
+        // No advertiser is allowed a shorter interval, and a shorter one would cost a step of
+        // the simulation each.
+        if (ms < 20) {
+            fail(path + ".intervalMs", "expected at least 20 milliseconds");
         }
         tagSpec.interval = std::chrono::milliseconds(ms);
     }
@@ -258,31 +256,7 @@ bool loadScenario(const std::string& json, World& world, std::string* error) {
 }
 
 bool readDescriptionFile(const std::string& path, std::string* content, std::string* error) {
-    const auto refuse = [&](const std::string& why) {
-        if (error != nullptr) {
-            *error = path + ": " + why;
-        }
-        return false;
-    };
-    // A FIFO or a device would block the reader or never end; only regular files are read.
-    struct stat status {};
-    if (::stat(path.c_str(), &status) != 0) {
-        return refuse(std::strerror(errno));
-    }
-    if (!S_ISREG(status.st_mode)) {
-        return refuse("not a regular file");
-    }
-    if (static_cast<std::uintmax_t>(status.st_size) > kMaxDescriptionBytes) {
-        return refuse("larger than " + std::to_string(kMaxDescriptionBytes) + " bytes");
-    }
-    std::ifstream file(path, std::ios::binary);
-    if (!file) {
-        return refuse("cannot be read");
-    }
-    std::ostringstream text;
-    text << file.rdbuf();
-    *content = text.str();
-    return true;
+    return readRegularFile(path, kMaxDescriptionBytes, content, error);
 }
 
 bool loadScenarioFile(const std::string& path, World& world, std::string* error) {
