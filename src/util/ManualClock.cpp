@@ -35,6 +35,8 @@ void ManualClock::advance(Duration duration) {
     {
         MutexLock lock(m_mutex);
         m_now += std::max(duration, Duration::zero());
+        // Deadlines passed can no longer be waited for; a long run would otherwise keep them all.
+        m_deadlines.erase(m_deadlines.begin(), m_deadlines.lower_bound(m_now));
     }
     m_moved.notify_all();
 }

@@ -24,15 +24,11 @@ BluetoothConnector::BluetoothConnector(ConnectorContext context,
     : m_context(std::move(context)), m_manager(std::move(manager)), m_filters(std::move(filters)) {}
 
 void BluetoothConnector::setFilters(std::vector<TrackerScanFilter> filters) {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_filters = std::move(filters);
+    m_filters.set(std::move(filters));
 }
 
 std::shared_ptr<BluetoothManagerScanFilter> BluetoothConnector::getScanFilter() {
-    auto holder = std::make_shared<BluetoothManagerScanFilter>();
-    std::lock_guard<std::mutex> lock(m_mutex);
-    holder->addScanFilters(m_filters);
-    return holder;
+    return m_filters.holder();
 }
 
 void BluetoothConnector::onInitializationSuccess() {
@@ -108,6 +104,13 @@ void BluetoothConnector::step(const char* what, unsigned long long connHandle, b
     }
 }
 
+void BluetoothConnector::failSession(unsigned long long connHandle, const char* what) {
+    if (const std::optional<GattPlan> plan = sessionOn(connHandle)) {
+        m_context.report(what, plan->address.get(), {}, true);
+        endSession(connHandle);
+    }
+}
+
 void BluetoothConnector::endSession(unsigned long long connHandle) {
     m_context.timeline.countGattOperation(m_context.name);
     m_manager->disconnect(connHandle);
@@ -160,10 +163,7 @@ void BluetoothConnector::onServicesDiscovered(unsigned long long connHandle,
 }
 
 void BluetoothConnector::onServicesDiscoveryFailure(unsigned long long connHandle) {
-    if (const std::optional<GattPlan> plan = sessionOn(connHandle)) {
-        m_context.report("discovery failed", plan->address.get(), {}, true);
-        endSession(connHandle);
-    }
+    failSession(connHandle, "discovery failed");
 }
 
 void BluetoothConnector::onCharacteristicReadSuccess(
@@ -179,10 +179,7 @@ void BluetoothConnector::onCharacteristicReadSuccess(
 }
 
 void BluetoothConnector::onCharacteristicReadFailure(unsigned long long connHandle) {
-    if (const std::optional<GattPlan> plan = sessionOn(connHandle)) {
-        m_context.report("read failed", plan->address.get(), {}, true);
-        endSession(connHandle);
-    }
+    failSession(connHandle, "read failed");
 }
 
 void BluetoothConnector::onDescriptorWriteSuccess(
@@ -194,10 +191,7 @@ void BluetoothConnector::onDescriptorWriteSuccess(
 }
 
 void BluetoothConnector::onDescriptorWriteFailure(unsigned long long connHandle) {
-    if (const std::optional<GattPlan> plan = sessionOn(connHandle)) {
-        m_context.report("notifications failed", plan->address.get(), {}, true);
-        endSession(connHandle);
-    }
+    failSession(connHandle, "notifications failed");
 }
 
 void BluetoothConnector::onCharacteristicChanged(

@@ -28,7 +28,7 @@ struct GattPlan {
 // the step before; after a proxy death it reloads, so that the manager scans again.
 //
 // Threads: the manager calls it as its client interface says. setFilters() and beginSession()
-// come from the run's script thread. m_mutex guards the filters and the session.
+// come from the run's script thread. m_mutex guards the session.
 class BluetoothConnector : public util::bluetooth::BluetoothManagerClientInterface,
                            public std::enable_shared_from_this<BluetoothConnector> {
   public:
@@ -74,11 +74,13 @@ class BluetoothConnector : public util::bluetooth::BluetoothManagerClientInterfa
     // Asks the manager for the next step of a session; a refused step ends it.
     void step(const char* what, unsigned long long connHandle, bool accepted);
     void endSession(unsigned long long connHandle);
+    // A step of the session failed: reported, and the connection let go.
+    void failSession(unsigned long long connHandle, const char* what);
 
     const ConnectorContext m_context;
     const std::shared_ptr<util::bluetooth::BluetoothManagerInterface> m_manager;
+    ConnectorFilters m_filters;
     std::mutex m_mutex;
-    std::vector<TrackerScanFilter> m_filters;
     std::optional<GattPlan> m_session;
     std::optional<unsigned long long> m_handle;
     int m_notificationsHeard = 0;

@@ -25,6 +25,21 @@ void ConnectorContext::report(std::string event, const util::bluetooth::TrackerD
     timeline.add(std::move(entry));
 }
 
+ConnectorFilters::ConnectorFilters(std::vector<util::bluetooth::TrackerScanFilter> filters)
+    : m_filters(std::move(filters)) {}
+
+void ConnectorFilters::set(std::vector<util::bluetooth::TrackerScanFilter> filters) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_filters = std::move(filters);
+}
+
+std::shared_ptr<util::bluetooth::BluetoothManagerScanFilter> ConnectorFilters::holder() const {
+    auto holder = std::make_shared<util::bluetooth::BluetoothManagerScanFilter>();
+    std::lock_guard<std::mutex> lock(m_mutex);
+    holder->addScanFilters(m_filters);
+    return holder;
+}
+
 std::string obfuscated(const util::bluetooth::TrackerDeviceAddr& address) {
     return BleUtils::getObfuscatedAddress(BleUtils::getBleAddress(address));
 }

@@ -1,10 +1,13 @@
 #pragma once
 
 #include <functional>
+#include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
 #include "Timeline.h"
+#include "tracker/bluetooth/BluetoothManagerScanFilter.h"
 #include "tracker/bluetooth/TrackerBleTypes.h"
 #include "tracker/bluetooth/TrackerScanFilter.h"
 
@@ -26,6 +29,20 @@ struct ConnectorContext {
 
 // Lower-case hex digits of the bytes.
 std::string hex(std::vector<uint8_t> bytes);
+// A connector's filters: replaced by the script thread before a reload, read by the manager
+// whenever it builds its merged filter. m_mutex guards m_filters.
+class ConnectorFilters {
+  public:
+    explicit ConnectorFilters(std::vector<util::bluetooth::TrackerScanFilter> filters);
+    void set(std::vector<util::bluetooth::TrackerScanFilter> filters);
+    // A fresh holder of a copy, as getScanFilter() hands them over.
+    std::shared_ptr<util::bluetooth::BluetoothManagerScanFilter> holder() const;
+
+  private:
+    mutable std::mutex m_mutex;
+    std::vector<util::bluetooth::TrackerScanFilter> m_filters;
+};
+
 // "MAC:EE:01": the last two bytes only, as the library's own logs show addresses.
 std::string obfuscated(const util::bluetooth::TrackerDeviceAddr& address);
 // "fef3" for a UUID on the Bluetooth base, the full form otherwise; "-" for none.

@@ -15,15 +15,11 @@ InLocConnector::InLocConnector(ConnectorContext context, std::vector<TrackerScan
     : m_context(std::move(context)), m_filters(std::move(filters)) {}
 
 void InLocConnector::setFilters(std::vector<TrackerScanFilter> filters) {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_filters = std::move(filters);
+    m_filters.set(std::move(filters));
 }
 
 std::shared_ptr<BluetoothManagerScanFilter> InLocConnector::getScanFilter() {
-    auto holder = std::make_shared<BluetoothManagerScanFilter>();
-    std::lock_guard<std::mutex> lock(m_mutex);
-    holder->addScanFilters(m_filters);
-    return holder;
+    return m_filters.holder();
 }
 
 void InLocConnector::onInitializationSuccess() {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <vector>
 
 #include "ConnectorContext.h"
@@ -14,7 +13,7 @@ namespace trackersim {
 // device address and reports their distances and ring results to the timeline.
 //
 // Threads: the manager calls it as its client interface says; setFilters() comes from the run's
-// script thread. m_mutex guards the filters.
+// script thread.
 class InLocConnector : public util::inloc::InLocManagerClientInterface {
   public:
     using TrackerScanFilter = util::bluetooth::TrackerScanFilter;
@@ -34,8 +33,7 @@ class InLocConnector : public util::inloc::InLocManagerClientInterface {
 
   private:
     const ConnectorContext m_context;
-    std::mutex m_mutex;
-    std::vector<TrackerScanFilter> m_filters;
+    ConnectorFilters m_filters;
 };
 
 }  // namespace trackersim

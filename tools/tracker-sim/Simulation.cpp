@@ -31,17 +31,17 @@ class PlatformWatch {
         : m_world(world), m_timeline(timeline), m_figures(figures) {}
 
     void look() {
-        // A death and the recovery may fall in one step: the count tells of the death.
+        // Deaths and recoveries may fall in one step: the count tells of every death, and a
+        // proxy ready again has recovered from all of them.
         const int deaths = m_world.proxyDeaths();
-        if (deaths > m_deaths) {
-            m_figures.proxyDeaths += static_cast<uint64_t>(deaths - m_deaths);
-            m_deaths = deaths;
-            m_recovering = true;
+        for (; m_deaths < deaths; ++m_deaths) {
+            ++m_figures.proxyDeaths;
+            ++m_unrecovered;
             report("radio", "proxy died", {}, true);
         }
-        if (m_recovering && m_world.proxyReady()) {
-            ++m_figures.proxyRecoveries;
-            m_recovering = false;
+        if (m_unrecovered > 0 && m_world.proxyReady()) {
+            m_figures.proxyRecoveries += static_cast<uint64_t>(m_unrecovered);
+            m_unrecovered = 0;
             report("radio", "proxy initialised again", {});
         }
 
@@ -105,7 +105,7 @@ class PlatformWatch {
     RunFigures& m_figures;
     std::size_t m_seenRequests = 0;
     int m_deaths = 0;
-    bool m_recovering = false;
+    int m_unrecovered = 0;
     std::size_t m_seenInLocCalls = 0;
     bool m_stoppedByMembership = false;
 };

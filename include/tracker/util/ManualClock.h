@@ -41,7 +41,8 @@ class ManualClock : public Clock {
     std::vector<Duration> sleeps() const;
     // Blocks (real time) until at least `count` sleeps were requested; false after `limit`.
     bool waitForSleeps(std::size_t count, std::chrono::milliseconds limit) const;
-    // Blocks (real time) until some thread waits for exactly `deadline`; false after `limit`.
+    // Blocks (real time) until some thread waits for exactly `deadline`, not yet passed; false
+    // after `limit`.
     bool waitForDeadline(TimePoint deadline, std::chrono::milliseconds limit) const;
     // The earliest deadline after `time` that a wait, or a blocked sleep's end, ever recorded:
     // where moving the time can next make a difference. A driver that lets every thread come to
@@ -59,7 +60,7 @@ class ManualClock : public Clock {
     TimePoint m_now TRACKER_GUARDED_BY(m_mutex);
     std::vector<Duration> m_sleeps TRACKER_GUARDED_BY(m_mutex);
     // Every deadline waited for (a wait looks at the clock many times, once recorded), and the
-    // end of every blocked sleep.
+    // end of every blocked sleep; advance() forgets those it passes.
     mutable std::set<TimePoint> m_deadlines TRACKER_GUARDED_BY(m_mutex);
 };
 

@@ -6,38 +6,27 @@
 
 #include "replay/BluetoothAddress.h"
 #include "replay/CapturedAdvertisement.h"
+#include "replay/Hci.h"
 
 namespace tracker {
 namespace sim {
 
 namespace {
 
-constexpr uint32_t kDatalinkH4 = 1002;
-constexpr uint32_t kReceivedEvent = 0x3;  // record flags: command or event, received
-constexpr uint32_t kSentCommand = 0x2;    // record flags: command or event, sent
+using namespace hci;
 
-constexpr uint8_t kH4Command = 0x01;
+constexpr uint32_t kReceivedEvent = kBtsnoopCommandOrEvent | kBtsnoopReceived;
+constexpr uint32_t kSentCommand = kBtsnoopCommandOrEvent;
 constexpr uint16_t kLeSetScanEnable = 0x200C;
-
-constexpr uint8_t kH4Event = 0x04;
-constexpr uint8_t kLeMetaEvent = 0x3E;
-constexpr uint8_t kLeAdvertisingReport = 0x02;
-constexpr uint8_t kLeExtendedAdvertisingReport = 0x0D;
 constexpr uint8_t kAdvInd = 0x00;
 constexpr uint8_t kRandomAddress = 0x01;
 constexpr std::size_t kLegacyDataSize = 31;
 // An event's parameters hold at most 255 bytes: subevent, report count and the 24 bytes of an
 // extended report before its data leave 229 for the data.
 constexpr std::size_t kExtendedFragmentSize = 255 - 2 - 24;
-constexpr uint16_t kMoreToCome = 1 << 5;
+constexpr uint16_t kMoreToComeBits = kMoreToCome << kDataStatusShift;
 constexpr uint8_t kLe1M = 0x01;
 constexpr uint8_t kTxPowerNotAvailable = 0x7F;
-
-void setError(std::string* error, std::string message) {
-    if (error) {
-        *error = std::move(message);
-    }
-}
 
 void putBe32(std::vector<uint8_t>& out, uint32_t value) {
     for (int shift = 24; shift >= 0; shift -= 8) {
@@ -71,7 +60,7 @@ bool BtsnoopWriter::open(const std::string& path, std::string* error) {
     m_failed = false;
     std::vector<uint8_t> header = {'b', 't', 's', 'n', 'o', 'o', 'p', 0};
     putBe32(header, 1);  // version
-    putBe32(header, kDatalinkH4);
+    putBe32(header, kBtsnoopH4);
     return put(header, error);
 }
 
@@ -137,7 +126,7 @@ bool BtsnoopWriter::write(std::chrono::microseconds offset, const std::string& a
         for (std::size_t start = 0; start < data.size(); start += kExtendedFragmentSize) {
             const std::size_t length = std::min(kExtendedFragmentSize, data.size() - start);
             const bool last = start + length == data.size();
-            const uint16_t eventType = last ? 0 : kMoreToCome;
+            const uint16_t eventType = last ? 0 : kMoreToComeBits;
             std::vector<uint8_t> report = {1, static_cast<uint8_t>(eventType),
                                            static_cast<uint8_t>(eventType >> 8), kRandomAddress};
             report.insert(report.end(), wire, wire + 6);

@@ -10,6 +10,7 @@
 #include "io/RegularFile.h"
 #include "replay/BluetoothAddress.h"
 #include "replay/ByteReader.h"
+#include "replay/Hci.h"
 #include "replay/HciEventDecoder.h"
 
 namespace tracker {
@@ -17,17 +18,15 @@ namespace sim {
 
 namespace {
 
+using namespace hci;
+
 using std::chrono::microseconds;
 
-constexpr uint8_t kH4Event = 0x04;
-
-constexpr uint32_t kBtsnoopHci = 1001;
-constexpr uint32_t kBtsnoopH4 = 1002;
 constexpr std::size_t kBtsnoopHeaderSize = 16;
 constexpr std::size_t kBtsnoopRecordHeaderSize = 24;
 // In datalink 1001 the record flags say what a packet is: bit 1 command or event, bit 0
 // received; an event is both.
-constexpr uint32_t kBtsnoopEventFlags = 0x3;
+constexpr uint32_t kBtsnoopEventFlags = kBtsnoopCommandOrEvent | kBtsnoopReceived;
 
 constexpr int kLinkTypeH4WithHeader = 201;
 constexpr int kLinkTypeLeLinkLayerWithHeader = 256;
@@ -45,12 +44,6 @@ constexpr uint8_t kAdvInd = 0x0;
 constexpr uint8_t kAdvNonconnInd = 0x2;
 constexpr uint8_t kScanRsp = 0x4;
 constexpr uint8_t kAdvScanInd = 0x6;
-
-void setError(std::string* error, std::string message) {
-    if (error) {
-        *error = std::move(message);
-    }
-}
 
 // Counts time from the capture's first record. Timestamps come from the file and may be
 // anything, so the difference is taken modulo 2^64 rather than risk a signed overflow.

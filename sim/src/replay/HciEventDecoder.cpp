@@ -1,5 +1,7 @@
 #include "replay/HciEventDecoder.h"
 
+#include "replay/Hci.h"
+
 #include <algorithm>
 #include <utility>
 
@@ -11,14 +13,9 @@ namespace sim {
 
 namespace {
 
-constexpr uint8_t kLeMetaEvent = 0x3E;
-constexpr uint8_t kLeAdvertisingReport = 0x02;
-constexpr uint8_t kLeExtendedAdvertisingReport = 0x0D;
-constexpr int8_t kRssiNotAvailable = 127;
+using namespace hci;
 
-// Data status, bits 5-6 of an extended report's event type.
-constexpr unsigned kComplete = 0;
-constexpr unsigned kMoreToCome = 1;
+constexpr int8_t kRssiNotAvailable = 127;
 
 }  // namespace
 
@@ -94,7 +91,7 @@ void HciEventDecoder::extendedReports(const uint8_t* params, std::size_t size,
         Address wire;
         std::copy(address, address + 6, wire.begin());
         const ChainKey key{addressType, wire, sid};
-        const unsigned status = (eventType >> 5) & 0x3;
+        const unsigned status = (eventType >> kDataStatusShift) & 0x3;
         auto chain = m_chains.find(key);
         if (status == kMoreToCome || status == kComplete) {
             if (status == kComplete && chain == m_chains.end()) {
