@@ -53,7 +53,7 @@ Bytes cat(std::initializer_list<Bytes> parts) {
 Bytes le(uint64_t value, int size) {
     Bytes bytes;
     for (int i = 0; i < size; ++i) {
-        bytes.push_back(static_cast<uint8_t>(value >> (8 * i)));
+        bytes.push_back(static_cast<uint8_t>(i < 8 ? value >> (8 * i) : 0));
     }
     return bytes;
 }
