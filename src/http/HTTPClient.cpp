@@ -1,7 +1,5 @@
 #include "tracker/http/HTTPClient.h"
 
-#include <cstdint>
-#include <cstdio>
 #include <utility>
 
 #include "tracker/util/Log.h"
@@ -50,6 +48,8 @@ bool HTTPClient::startSession(std::shared_ptr<HTTPSession> session) {
         kLog.e("ErrorSettingCurlOption=CURLOPT_URL");
         return false;
     }
+    // The handle points into the session (its header list) from here on.
+    m_session = session;
     const std::shared_ptr<std::string> buffer = session->getResponseBuffer();
     if (buffer != nullptr) {
         // A sink that cannot be installed still leaves a started session, only without its
@@ -64,8 +64,7 @@ bool HTTPClient::startSession(std::shared_ptr<HTTPSession> session) {
             kLog.e("Failed to set opt CURLOPT_WRITEDATA, err=%s", curl_easy_strerror(result));
             return true;
         }
-    } else if (!restoreDefaultSink()) {
-        return false;
+        m_sink = buffer;
     }
     return addHeaders(std::move(session));
 }
@@ -101,24 +100,7 @@ bool HTTPClient::addHeaders(std::shared_ptr<HTTPSession> session) {
         return false;
     }
     session->setCurlHeaderList(list);
-    return true;
-}
-
-bool HTTPClient::restoreDefaultSink() {
-    // An earlier session may have left its callback and a buffer that session owns. libcurl's
-    // default callback writes to WRITEDATA as a FILE*, so the function goes first and the data
-    // becomes its default, stdout, never null.
-    CURLcode result =
-        curl_easy_setopt(m_curl, CURLOPT_WRITEFUNCTION, static_cast<curl_write_callback>(nullptr));
-    if (result != CURLE_OK) {
-        kLog.e("Failed to set opt CURLOPT_WRITEFUNCTION, err=%s", curl_easy_strerror(result));
-        return false;
-    }
-    result = curl_easy_setopt(m_curl, CURLOPT_WRITEDATA, static_cast<void*>(stdout));
-    if (result != CURLE_OK) {
-        kLog.e("Failed to set opt CURLOPT_WRITEDATA, err=%s", curl_easy_strerror(result));
-        return false;
-    }
+    m_headerOwner = std::move(session);
     return true;
 }
 
@@ -173,18 +155,23 @@ void HTTPClient::stopSession(std::shared_ptr<HTTPSession> session) {
     if (m_curl != nullptr) {
         curl_easy_reset(m_curl);
     }
+    // Nothing on the handle points anywhere now.
+    m_session.reset();
+    m_headerOwner.reset();
+    m_sink.reset();
 }
 
 size_t HTTPClient::responseCallback(void* data, size_t size, size_t count, void* userdata) {
-    if (userdata == nullptr || (size != 0 && count > SIZE_MAX / size)) {
-        return 0;
-    }
+    // libcurl fails a transfer whose callback takes less than it was given: bytes that cannot
+    // be kept are dropped, the transfer goes on.
     const size_t bytes = size * count;
-    try {
-        static_cast<std::string*>(userdata)->append(static_cast<const char*>(data), bytes);
-    } catch (...) {
-        // Nothing may unwind through libcurl's C frames; refusing the bytes fails the transfer.
-        return 0;
+    if (userdata != nullptr) {
+        try {
+            static_cast<std::string*>(userdata)->append(static_cast<const char*>(data), bytes);
+        } catch (...) {
+            // Nothing may unwind through libcurl's C frames.
+            kLog.e("responseCallback: response of %zu bytes dropped", bytes);
+        }
     }
     return bytes;
 }

@@ -1,6 +1,9 @@
 #include "tracker/json/JSONUtil.h"
 
+#include <rapidjson/encodedstream.h>
 #include <rapidjson/error/en.h>
+#include <rapidjson/memorystream.h>
+#include <rapidjson/reader.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
@@ -18,6 +21,52 @@ namespace {
 const Log& kLog = *new Log("JSONUtil");
 
 constexpr std::size_t kBufferCapacity = 256;
+
+// Hands the reader's events to the document being built, counting the nesting: deeper than
+// kMaxNestingDepth, the parse stops (the reader reports a handler termination there).
+class DepthLimitedHandler {
+  public:
+    explicit DepthLimitedHandler(rapidjson::Document& doc) : m_doc(doc) {}
+
+    bool tooDeep() const { return m_tooDeep; }
+
+    bool Null() { return m_doc.Null(); }
+    bool Bool(bool b) { return m_doc.Bool(b); }
+    bool Int(int i) { return m_doc.Int(i); }
+    bool Uint(unsigned u) { return m_doc.Uint(u); }
+    bool Int64(int64_t i) { return m_doc.Int64(i); }
+    bool Uint64(uint64_t u) { return m_doc.Uint64(u); }
+    bool Double(double d) { return m_doc.Double(d); }
+    bool RawNumber(const char* text, rapidjson::SizeType length, bool copy) {
+        return m_doc.RawNumber(text, length, copy);
+    }
+    bool String(const char* text, rapidjson::SizeType length, bool copy) {
+        return m_doc.String(text, length, copy);
+    }
+    bool Key(const char* text, rapidjson::SizeType length, bool copy) {
+        return m_doc.Key(text, length, copy);
+    }
+    bool StartObject() { return enter() && m_doc.StartObject(); }
+    bool EndObject(rapidjson::SizeType members) {
+        --m_depth;
+        return m_doc.EndObject(members);
+    }
+    bool StartArray() { return enter() && m_doc.StartArray(); }
+    bool EndArray(rapidjson::SizeType elements) {
+        --m_depth;
+        return m_doc.EndArray(elements);
+    }
+
+  private:
+    bool enter() {
+        m_tooDeep = ++m_depth > JSONUtil::kMaxNestingDepth;
+        return !m_tooDeep;
+    }
+
+    rapidjson::Document& m_doc;
+    unsigned m_depth = 0;
+    bool m_tooDeep = false;
+};
 
 // Finds the direct member `name`. A value that is not an object has none (rapidjson would read
 // its storage as a member list).
@@ -43,11 +92,42 @@ bool convert(const rapidjson::Value& value, T& out, Accepts accepts, Get get, co
 
 }  // namespace
 
+bool JSONUtil::parseDocument(const std::string& text, rapidjson::Document& doc, std::size_t* offset,
+                             std::string* message) {
+    // The stream rapidjson's own Parse(text, length) reads, so that documents parse the same.
+    rapidjson::MemoryStream memory(text.data(), text.size());
+    rapidjson::EncodedInputStream<rapidjson::UTF8<>, rapidjson::MemoryStream> input(memory);
+    rapidjson::ParseResult result;
+    bool tooDeep = false;
+    // The iterative parser keeps its state on the heap: nesting costs no stack.
+    auto generate = [&](rapidjson::Document& handler) {
+        DepthLimitedHandler limited(handler);
+        rapidjson::Reader reader;
+        result = reader.Parse<rapidjson::kParseIterativeFlag>(input, limited);
+        tooDeep = limited.tooDeep();
+        return !result.IsError();
+    };
+    doc.SetNull();
+    doc.Populate(generate);
+    if (!result.IsError()) {
+        return true;
+    }
+    if (offset != nullptr) {
+        *offset = result.Offset();
+    }
+    if (message != nullptr) {
+        *message = tooDeep ? "Nesting deeper than " + std::to_string(kMaxNestingDepth) + "."
+                           : rapidjson::GetParseError_En(result.Code());
+    }
+    doc.SetNull();
+    return false;
+}
+
 bool JSONUtil::convertJsonStringToDocument(const std::string& text, rapidjson::Document& doc) {
-    doc.Parse(text.data(), text.size());
-    if (doc.HasParseError()) {
-        kLog.e("convertJsonStringToDocumentFailed, offset=%zu, error=%s", doc.GetErrorOffset(),
-               rapidjson::GetParseError_En(doc.GetParseError()));
+    std::size_t offset = 0;
+    std::string message;
+    if (!parseDocument(text, doc, &offset, &message)) {
+        kLog.e("convertJsonStringToDocumentFailed, offset=%zu, error=%s", offset, message.c_str());
         return false;
     }
     return true;

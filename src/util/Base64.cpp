@@ -140,8 +140,10 @@ bool Base64::decode(const std::string& in, std::string* out) {
         }
         emit(group - 1);
     }
-    // Valid non-empty Base64 always carries at least one byte; padding alone carries none.
-    const bool complete = written == expected && written > 0;
+    // A lone character decodes to nothing, and rightly so ("Z" is true and empty); padding
+    // alone is no Base64 at all, and decodedLength() could only have guessed a size for it.
+    const bool onlyPadding = in.find_first_not_of(kPad) == std::string::npos;
+    const bool complete = written == expected && !onlyPadding;
     out->resize(written);
     return complete;
 }

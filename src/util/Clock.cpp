@@ -1,5 +1,6 @@
 #include "tracker/util/Clock.h"
 
+#include <algorithm>
 #include <thread>
 
 namespace tracker {
@@ -7,13 +8,19 @@ namespace util {
 
 namespace {
 
+// The longest a real wait blocks before it looks at the clock again: the standard library adds a
+// wait's length to the current time, which a saturated deadline's would overflow.
+constexpr Clock::Duration kLongestRealWait = std::chrono::hours(24);
+
 class RealClock : public Clock {
   public:
     TimePoint now() const override { return std::chrono::steady_clock::now(); }
     void sleepFor(Duration duration) override { std::this_thread::sleep_for(duration); }
 
   protected:
-    Duration realWait(Duration remaining) const override { return remaining; }
+    Duration realWait(Duration remaining) const override {
+        return std::min(remaining, kLongestRealWait);
+    }
 };
 
 // Read and replaced with the atomic shared_ptr operations: current() is called from any thread.

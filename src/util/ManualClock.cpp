@@ -21,7 +21,7 @@ Clock::TimePoint ManualClock::now() const {
 void ManualClock::sleepFor(Duration duration) {
     MutexLock lock(m_mutex);
     m_sleeps.push_back(duration);
-    const TimePoint end = m_now + duration;
+    const TimePoint end = saturatedAdd(m_now, std::max(duration, Duration::zero()));
     if (m_mode == SleepMode::Advance) {
         m_now = std::max(m_now, end);
     } else {

@@ -53,7 +53,7 @@ void Timer::runSchedule(std::shared_ptr<Clock> clock, Clock::Duration delay, Clo
     const unsigned int lastRun = count - 1;
     bool skipNext = false;
     for (unsigned int run = 0;; ++run) {
-        const Clock::TimePoint deadline = base + (run == 0 ? delay : period);
+        const Clock::TimePoint deadline = Clock::saturatedAdd(base, run == 0 ? delay : period);
         {
             MutexLock lock(m_mutex);
             while (!m_stopRequested && clock->waitUntil(m_wake, lock.native(), deadline)) {
@@ -73,7 +73,7 @@ void Timer::runSchedule(std::shared_ptr<Clock> clock, Clock::Duration delay, Clo
                 if (!skipNext) {
                     (*f)();
                 }
-                skipNext = base + period < clock->now();
+                skipNext = Clock::saturatedAdd(base, period) < clock->now();
                 break;
             default:
                 // Unknown types keep the schedule's waits and never call.

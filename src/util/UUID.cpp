@@ -20,7 +20,6 @@ constexpr const char* kRandomDeviceToken = "/dev/urandom";
 constexpr double kMinimumEntropy = 600.0;
 constexpr unsigned int kMaxReplacementBits = 8;
 // Far beyond any UUID group; keeps a caller's mistake from allocating gigabytes.
-constexpr unsigned int kMaxDigits = 1024;
 constexpr const char* kSeparator = "-";
 
 // Process-wide seeding state. The engine is used only under seedMutex too.
@@ -81,17 +80,14 @@ std::string generateHexWithReplacement(UuidEngine& engine, unsigned int numDigit
             kMaxReplacementBits, numReplacementBits);
         return {};
     }
-    if (numDigits > kMaxDigits) {
-        kLog.e("generateHexWithReplacementFailed, numDigitsLimit=%u, numDigits=%u", kMaxDigits,
-               numDigits);
+    // In 64 bits: four times a count near 2^32 digits must not wrap round.
+    const uint64_t digitBits = static_cast<uint64_t>(numDigits) * 4;
+    if (digitBits < numReplacementBits) {
+        kLog.e("generateHexWithReplacementFailed, numDigitsInBits=%llu, numReplacementBits=%u",
+               static_cast<unsigned long long>(digitBits), numReplacementBits);
         return {};
     }
-    if (numDigits * 4 < numReplacementBits) {
-        kLog.e("generateHexWithReplacementFailed, numDigitsInBits=%u, numReplacementBits=%u",
-               numDigits * 4, numReplacementBits);
-        return {};
-    }
-    std::vector<unsigned char> bytes((numDigits + 1) / 2);
+    std::vector<unsigned char> bytes((static_cast<std::size_t>(numDigits) + 1) / 2);
     for (unsigned char& byte : bytes) {
         byte = engine();
     }

@@ -258,15 +258,44 @@ TEST(HTTPClient, ANewSessionLeavesNothingOfTheLastOneInUse) {
     EXPECT_EQ(*buffer,
               "GET /second HTTP/1.1\r\nHost: " + server.host() + "\r\nAccept: */*\r\n\r\n");
 
-    // Without a buffer the body goes to libcurl's default sink, standard output.
+    // Without a buffer the handle keeps the sink it had: the earlier session's buffer, which the
+    // client keeps alive for it.
     auto noBuffer = bareSession(server.url("/third"), nullptr);
     ASSERT_TRUE(client.startSession(noBuffer));
-    ::testing::internal::CaptureStdout();
+    const std::weak_ptr<std::string> kept = buffer;
+    noHeaders.reset();
+    buffer.reset();
     EXPECT_EQ(client.get(), 200);
-    EXPECT_EQ(::testing::internal::GetCapturedStdout().find("GET /third HTTP/1.1\r\n"), 0u);
-    EXPECT_EQ(buffer->find("/third"), std::string::npos);
+    ASSERT_FALSE(kept.expired());
+    EXPECT_NE(kept.lock()->find("GET /third HTTP/1.1\r\n"), std::string::npos);
     EXPECT_EQ(*firstBuffer, "");
     client.stopSession(noBuffer);
+    EXPECT_TRUE(kept.expired()) << "stopping lets go of everything the handle pointed into";
+}
+
+TEST(HTTPClient, TheCallerMayDropTheSessionOnceStarted) {
+    LoopbackServer server;
+    HTTPClient client;
+    auto buffer = std::make_shared<std::string>();
+    auto session = sessionFor(server.url("/echo"), buffer, {"X-Kept: yes"});
+    ASSERT_TRUE(client.startSession(session));
+    const std::weak_ptr<HTTPSession> started = session;
+    session.reset();
+    // The handle still points at the session's header list and at the buffer.
+    EXPECT_EQ(client.get(), 200);
+    EXPECT_NE(buffer->find("\r\nX-Kept: yes\r\n"), std::string::npos);
+    EXPECT_FALSE(started.expired());
+    client.stopSession(nullptr);
+    EXPECT_TRUE(started.expired());
+}
+
+TEST(HTTPClient, TheWriteCallbackTakesEveryByteItIsGiven) {
+    // libcurl fails a transfer whose callback takes fewer bytes than it was handed.
+    std::string sink;
+    char data[] = "abcdef";
+    EXPECT_EQ(HTTPClient::responseCallback(data, 1, 6, &sink), 6u);
+    EXPECT_EQ(sink, "abcdef");
+    EXPECT_EQ(HTTPClient::responseCallback(data, 2, 3, nullptr), 6u);
 }
 
 TEST(HTTPClient, RefusedSettingsFailTheStart) {

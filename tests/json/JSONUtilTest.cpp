@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <pthread.h>
+
 #include <cmath>
+#include <functional>
 #include <limits>
 #include <map>
 #include <string>
@@ -21,6 +24,24 @@ using Maps = std::vector<std::map<std::string, std::string>>;
 
 std::string errorLine(const std::string& message) {
     return "E TrackerD-JSONUtil: " + message;
+}
+
+// Runs `work` on a thread with a device thread's 1 MiB stack.
+void onDeviceSizedStack(std::function<void()> work) {
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, 1 << 20);
+    pthread_t thread;
+    ASSERT_EQ(pthread_create(
+                  &thread, &attributes,
+                  [](void* argument) -> void* {
+                      (*static_cast<std::function<void()>*>(argument))();
+                      return nullptr;
+                  },
+                  &work),
+              0);
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&attributes);
 }
 
 rapidjson::Document parsed(const std::string& text) {
@@ -135,6 +156,38 @@ TEST(JSONUtil, ReadsArraysOfStringMaps) {
     EXPECT_EQ(capture.texts(), (Lines{errorLine("reason, couldNotFindObject, key=missing"),
                                       errorLine("reason, NotAnArray, key=object"),
                                       errorLine("reason, NotAnObject, key=mixed")}));
+}
+
+}  // namespace
+}  // namespace json
+}  // namespace util
+}  // namespace tracker
+
+namespace tracker {
+namespace util {
+namespace json {
+namespace {
+
+TEST(JSONUtil, NestingIsRefusedBeyondItsLimitOnADeviceSizedStack) {
+    onDeviceSizedStack([] {
+        LogCapture capture;
+        rapidjson::Document doc;
+        // 20,000 brackets overflowed a 1 MiB stack, 300,000 an 8 MiB one.
+        for (std::size_t depth : {20000u, 300000u}) {
+            EXPECT_FALSE(JSONUtil::convertJsonStringToDocument(std::string(depth, '['), doc));
+        }
+        const std::string tooDeep = errorLine(
+            "convertJsonStringToDocumentFailed, offset=512, error=Nesting deeper than 512.");
+        EXPECT_EQ(capture.texts(), (Lines{tooDeep, tooDeep}));
+
+        // At the limit a document parses, and writes back the same.
+        const std::string deepest = std::string(JSONUtil::kMaxNestingDepth, '[') +
+                                    std::string(JSONUtil::kMaxNestingDepth, ']');
+        ASSERT_TRUE(JSONUtil::convertJsonStringToDocument(deepest, doc));
+        std::string written;
+        ASSERT_TRUE(JSONUtil::convertJSONObjectToString(doc, written));
+        EXPECT_EQ(written, deepest);
+    });
 }
 
 }  // namespace

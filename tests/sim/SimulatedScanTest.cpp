@@ -369,6 +369,9 @@ TEST_F(SimulatedScan, ScenariosLoadWholeOrNotAtAll) {
         EXPECT_EQ(error, message);
     }
     EXPECT_FALSE(world().advertiseOnce("C0:FF:EE:00:00:08")) << "a refused scenario adds nothing";
+    // Nesting too deep to be any world is refused where it passes the limit, without recursion.
+    EXPECT_FALSE(loadScenario(std::string(300000, '['), world(), &error));
+    EXPECT_EQ(error, "offset 512: Nesting deeper than 512.");
     EXPECT_FALSE(loadScenarioFile("/nonexistent/world.json", world(), &error));
     EXPECT_EQ(error, "/nonexistent/world.json: No such file or directory");
     // Neither a device that never ends nor a directory is read.

@@ -71,9 +71,15 @@ TEST(Base64, DecodingStopsAtTheFirstPadCharacter) {
     EXPECT_FALSE(Base64::decode("Zm9v====", &decoded));
     EXPECT_EQ(decoded, "foo");
 
-    // Text that carries no byte at all is not Base64 of anything.
-    for (const char* empty : {"====", "=", "Z", "Z==="}) {
-        EXPECT_FALSE(Base64::decode(empty, &decoded)) << empty;
+    // A lone character carries no whole byte: true, and nothing decoded. Padding alone is no
+    // Base64 at all.
+    for (const char* empty : {"Z", "Z==="}) {
+        decoded = "stale";
+        EXPECT_TRUE(Base64::decode(empty, &decoded)) << empty;
+        EXPECT_EQ(decoded, "");
+    }
+    for (const char* padding : {"====", "="}) {
+        EXPECT_FALSE(Base64::decode(padding, &decoded)) << padding;
         EXPECT_EQ(decoded, "");
     }
 }

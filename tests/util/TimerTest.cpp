@@ -235,6 +235,21 @@ TEST(Timer, RealFixedRateNeverRunsEarlyAndSkipsAfterAnOverrun) {
     }
 }
 
+TEST_F(TimerOnManualClock, DelaysBeyondTheClocksRangeWaitForEver) {
+    // 10^10 s does not fit in the clock's nanoseconds: the schedule must saturate, not wrap
+    // round to a time already passed.
+    Calls calls;
+    Timer timer;
+    ASSERT_TRUE(timer.start(std::chrono::seconds(10000000000LL), std::chrono::seconds(1),
+                            Timer::FixedRate, 1, [&] { calls.record(m_clock->now()); }));
+    ASSERT_TRUE(m_clock->waitForDeadline(Clock::TimePoint::max(), kEventLimit));
+    m_clock->advance(std::chrono::hours(24 * 365 * 100));
+    EXPECT_EQ(calls.count(), 0u);
+    EXPECT_TRUE(timer.isActive());
+    timer.stop();
+    EXPECT_FALSE(timer.isActive());
+}
+
 TEST_F(TimerOnManualClock, AnUnknownPeriodTypeWaitsButNeverCalls) {
     Calls calls;
     Timer timer;

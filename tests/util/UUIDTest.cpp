@@ -133,15 +133,18 @@ TEST(UUID, ImpossibleReplacementsFailWithTheirLine) {
     UuidEngine engine;
     EXPECT_EQ(generateHexWithReplacement(engine, 1, 0, 5), "");
     EXPECT_EQ(generateHexWithReplacement(engine, 4, 0, 9), "");
-    EXPECT_EQ(generateHexWithReplacement(engine, 4294967295u, 0, 0), "");
     EXPECT_EQ(capture.texts(),
               (std::vector<std::string>{
                   "E TrackerD-UUID: generateHexWithReplacementFailed, numDigitsInBits=4, "
                   "numReplacementBits=5",
                   "E TrackerD-UUID: generateHexWithReplacementFailed, "
-                  "numReplacementBitsLimit=8, numReplacementBits=9",
-                  "E TrackerD-UUID: generateHexWithReplacementFailed, numDigitsLimit=1024, "
-                  "numDigits=4294967295"}));
+                  "numReplacementBitsLimit=8, numReplacementBits=9"}));
+
+    // As many digits as asked for, the first bits replaced.
+    const std::string many = generateHexWithReplacement(engine, 5001, 0xF0, 4);
+    EXPECT_EQ(many.size(), 5001u);
+    EXPECT_EQ(many[0], 'f');
+    EXPECT_EQ(many.find_first_not_of("0123456789abcdef"), std::string::npos);
 }
 
 TEST(UUID, ReverseFlipsByteOrder) {

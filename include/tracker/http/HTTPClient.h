@@ -37,13 +37,13 @@ class HTTPClient {
     // Configures the handle for `session`: TLS version, whole-transfer time-out, URL, the body
     // sink, then addHeaders(). If installing the session's response buffer as the sink fails the
     // session still counts as started (true) but without its headers. A session without a
-    // response buffer gets libcurl's default sink (standard output) back, so starting one session
-    // after another without stopSession() leaves nothing of the earlier one on the handle; if
-    // that restore fails the start fails. A null session is refused:
+    // response buffer makes no sink calls: the handle keeps the sink it had (libcurl's default,
+    // standard output, or an earlier session's buffer). A null session is refused:
     // "startSessionFailed: reason=nullSession".
     //
-    // The client does not keep `session`: the handle points at its header list and its response
-    // buffer, so the caller keeps the session alive until stopSession().
+    // The client keeps what the handle points into alive (the session and its header list, the
+    // buffer installed as the sink) until the next startSession() or stopSession() replaces it,
+    // so the caller may drop the session at once.
     bool startSession(std::shared_ptr<HTTPSession> session);
     // Builds the session's header list, installs it on the handle and hands it to the session.
     // No header vector: true, and no header list on the handle (an earlier one is removed). A
@@ -59,17 +59,20 @@ class HTTPClient {
     void stopSession(std::shared_ptr<HTTPSession> session);
 
     // libcurl write callback: appends size * count bytes to the std::string at `userdata` and
-    // returns that count. Returns 0, which makes libcurl fail the transfer, only when the bytes
-    // cannot be stored (no string, or no memory left).
+    // returns that count, as libcurl expects, in every case: bytes that cannot be stored (no
+    // string, no memory left) are dropped, with a log line for the latter.
     static size_t responseCallback(void* data, size_t size, size_t count, void* userdata);
 
   private:
-    // libcurl's default body sink: its own callback writing to stdout.
-    bool restoreDefaultSink();
     // Runs the configured request; `method` ("get" or "post") names it in the log lines.
     long perform(const char* method);
 
     CURL* m_curl = nullptr;
+    // What the handle points into, kept until it no longer does: the started session, the
+    // session whose header list is installed, and the buffer installed as the sink.
+    std::shared_ptr<HTTPSession> m_session;
+    std::shared_ptr<HTTPSession> m_headerOwner;
+    std::shared_ptr<std::string> m_sink;
 };
 
 }  // namespace http

@@ -2,6 +2,7 @@
 
 #include <rapidjson/document.h>
 
+#include <cstddef>
 #include <map>
 #include <string>
 #include <vector>
@@ -22,9 +23,20 @@ class JSONUtil {
   public:
     JSONUtil() = delete;
 
-    // Parses `text` with default flags (a NUL ends the document, as in rapidjson). On error logs
-    // "convertJsonStringToDocumentFailed, offset=<offset>, error=<rapidjson's English message>".
+    // The deepest nesting of arrays and objects a document may have: far beyond any real
+    // document, and shallow enough that parsing, walking and writing one stay well within a
+    // device thread's 1 MiB stack.
+    static constexpr unsigned kMaxNestingDepth = 512;
+
+    // Parses `text` with default flags (a NUL ends the document, as in rapidjson), without
+    // recursion, refusing nesting deeper than kMaxNestingDepth. On error logs
+    // "convertJsonStringToDocumentFailed, offset=<offset>, error=<rapidjson's English message>",
+    // or "error=Nesting deeper than 512." at the bracket too many.
     static bool convertJsonStringToDocument(const std::string& text, rapidjson::Document& doc);
+    // The same parse without the log line: on failure *offset and *message (when not null) say
+    // where and why. For readers that report errors their own way.
+    static bool parseDocument(const std::string& text, rapidjson::Document& doc,
+                              std::size_t* offset, std::string* message);
 
     // Compact text of `value`. A null value logs
     // "convertJSONObjectToStringFailed, reason: nullValue"; a value that cannot be written (a

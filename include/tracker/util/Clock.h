@@ -30,6 +30,22 @@ class Clock {
     // Installs a clock for everything that asks current() from now on; null restores real time.
     static void install(std::shared_ptr<Clock> clock);
 
+    // `d` as the clock's duration, saturated at Duration::max() (a delay of 10^10 s does not fit
+    // in nanoseconds: it must wait for ever, not wrap round and run at once). d >= 0.
+    template <typename Rep, typename Period>
+    static Duration saturated(std::chrono::duration<Rep, Period> d) {
+        using Nanos = std::chrono::duration<long double, std::nano>;
+        if (std::chrono::duration_cast<Nanos>(d) >=
+            std::chrono::duration_cast<Nanos>(Duration::max())) {
+            return Duration::max();
+        }
+        return std::chrono::duration_cast<Duration>(d);
+    }
+    // time + d, or TimePoint::max() where the sum would not fit. d >= 0.
+    static TimePoint saturatedAdd(TimePoint time, Duration d) {
+        return d > TimePoint::max() - time ? TimePoint::max() : time + d;
+    }
+
     virtual TimePoint now() const = 0;
     virtual void sleepFor(Duration duration) = 0;
 
@@ -43,7 +59,7 @@ class Clock {
     template <typename Predicate>
     bool waitFor(std::condition_variable& cv, std::unique_lock<std::mutex>& lock, Duration limit,
                  Predicate pred) const {
-        const TimePoint deadline = now() + limit;
+        const TimePoint deadline = saturatedAdd(now(), limit);
         while (!pred()) {
             if (!waitUntil(cv, lock, deadline)) {
                 return pred();
@@ -55,7 +71,7 @@ class Clock {
     // Waits until the future is ready or `limit` has passed on this clock.
     template <typename Future>
     std::future_status waitFor(const Future& future, Duration limit) const {
-        const TimePoint deadline = now() + limit;
+        const TimePoint deadline = saturatedAdd(now(), limit);
         noteWait(deadline);
         for (;;) {
             const Duration remaining = deadline - now();

@@ -64,8 +64,7 @@ class Timer {
             TSTIMERLOG.e("startFailed: reason=timerAlreadyActive");
             return false;
         }
-        startSchedule(std::chrono::duration_cast<Clock::Duration>(delay),
-                      std::chrono::duration_cast<Clock::Duration>(period), type, count,
+        startSchedule(Clock::saturated(delay), Clock::saturated(period), type, count,
                       std::make_shared<std::function<void()>>(std::move(f)));
         return true;
     }

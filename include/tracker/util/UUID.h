@@ -37,7 +37,7 @@ class UUID {
 
 // numDigits lower-case hex digits drawn from engine, whose leading numReplacementBits bits
 // (at most 8, and no more than the digits hold) come from replacement; "" with an error line
-// otherwise, and for more than 1024 digits.
+// otherwise. Any number of digits is drawn.
 std::string generateHexWithReplacement(UuidEngine& engine, unsigned int numDigits,
                                        unsigned char replacement, unsigned int numReplacementBits);
 

@@ -1,7 +1,6 @@
 #include "scenario/Scenario.h"
 
 #include <rapidjson/document.h>
-#include <rapidjson/error/en.h>
 
 #include <algorithm>
 #include <optional>
@@ -10,6 +9,7 @@
 #include "inloc/InLocService.h"
 #include "io/RegularFile.h"
 #include "scenario/JsonFields.h"
+#include "tracker/json/JSONUtil.h"
 
 namespace tracker {
 namespace sim {
@@ -239,13 +239,13 @@ bool loadScenario(const rapidjson::Value& scenario, World& world, std::string* e
 }
 
 bool parseJson(const std::string& json, rapidjson::Document* document, std::string* error) {
-    document->Parse(json.c_str(), json.size());
-    if (!document->HasParseError()) {
+    std::size_t offset = 0;
+    std::string message;
+    if (util::json::JSONUtil::parseDocument(json, *document, &offset, &message)) {
         return true;
     }
     if (error != nullptr) {
-        *error = "offset " + std::to_string(document->GetErrorOffset()) + ": " +
-                 rapidjson::GetParseError_En(document->GetParseError());
+        *error = "offset " + std::to_string(offset) + ": " + message;
     }
     return false;
 }

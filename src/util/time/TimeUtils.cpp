@@ -71,12 +71,9 @@ bool TimeUtils::convertTimeToUtcIso8601Rfc3339(
         kLog.e("convertTimeToUtcIso8601Rfc3339Failed, out parameter was nullptr.");
         return false;
     }
+    // Truncating divisions, as they stand for times before 1970 too: gmtime reads the seconds,
+    // and the milliseconds of such a time print with their sign.
     const long long micros = static_cast<long long>(time.time_since_epoch().count());
-    if (micros < 0) {
-        // Truncating division would print the milliseconds of such times with a minus sign.
-        kLog.e("convertTimeToUtcIso8601Rfc3339Failed, time before 1970, microseconds=%lld", micros);
-        return false;
-    }
     const time_t seconds = static_cast<time_t>(micros / 1000000);
     const long long millis = micros / 1000;
     tm fields{};
