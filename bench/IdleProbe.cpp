@@ -1,5 +1,5 @@
-// What the Bluetooth manager costs while nothing happens: three clients started, the scan running,
-// no tag in range. Counts the context switches of every thread of the process over a window
+// What the managers cost while nothing happens: three Bluetooth clients started and the scan
+// running, two InLoc clients started and tracking by membership and by address, no tag anywhere. Counts the context switches of every thread of the process over a window
 // (60 s by default, or the seconds given as the first argument), after the executor's idle
 // time-out has handed its worker back. Only the 10-minute GATT clean-up timer may wake it, so a
 // healthy run shows none but the probe's own sleep. Exits 1 if another thread woke.
@@ -18,7 +18,9 @@
 #include <thread>
 
 #include "bluetooth/World.h"
+#include "inloc/InLocService.h"
 #include "tracker/bluetooth/BluetoothManager.h"
+#include "tracker/inloc/InLocManager.h"
 
 namespace {
 
@@ -37,6 +39,34 @@ class QuietClient : public BluetoothManagerClientInterface {
   private:
     std::shared_ptr<BluetoothManagerScanFilter> m_filters;
 };
+
+class QuietTracker : public tracker::util::inloc::InLocManagerClientInterface {
+  public:
+    explicit QuietTracker(TrackerScanFilter filter)
+        : m_filters(std::make_shared<BluetoothManagerScanFilter>()) {
+        m_filters->addScanFilters({std::move(filter)});
+    }
+    void onInitializationSuccess() override {}
+    void onInitializationFailure() override {}
+    void onInLocTrackingResult(
+        std::shared_ptr<tracker::util::inloc::TrackerInLocDistanceEvent>) override {}
+    void onRingDeviceResult(const std::shared_ptr<TrackerDeviceAddr>&, TrackerStatus) override {}
+    std::shared_ptr<BluetoothManagerScanFilter> getScanFilter() override { return m_filters; }
+
+  private:
+    std::shared_ptr<BluetoothManagerScanFilter> m_filters;
+};
+
+TrackerScanFilter trackingFilter(TrackerScanFilterType type) {
+    TrackerScanFilter filter;
+    filter.type = type;
+    if (type == TYPE_MEMBERSHIP) {
+        filter.uuidFilter.uuid = {0x0A, 0x0B, 0x0C, 0x0D};
+    } else {
+        filter.addressFilter.bytesA = {0xC0, 0xFF, 0xEE, 0x00, 0x00, 0x01};
+    }
+    return filter;
+}
 
 // Thread id -> (name, voluntary + involuntary context switches so far).
 std::map<std::string, std::pair<std::string, long>> threadSwitches() {
@@ -83,10 +113,26 @@ int main(int argc, char** argv) {
     for (const auto& client : clients) {
         manager->start(client);
     }
+    const std::shared_ptr<tracker::util::inloc::InLocManager> inloc =
+        tracker::util::inloc::InLocManager::getInstance();
+    std::shared_ptr<QuietTracker> trackers[] = {
+        std::make_shared<QuietTracker>(trackingFilter(TYPE_MEMBERSHIP)),
+        std::make_shared<QuietTracker>(trackingFilter(TYPE_ADDRESS))};
+    for (const auto& tracker : trackers) {
+        inloc->registerConnector(tracker);
+    }
+    for (const auto& tracker : trackers) {
+        if (!inloc->start(tracker)) {
+            std::fprintf(stderr, "idle probe: an InLoc client did not start\n");
+            return 2;
+        }
+    }
     // Past the executors' 1000 ms idle time-out.
     std::this_thread::sleep_for(std::chrono::seconds(2));
-    if (!tracker::sim::World::instance().scanning()) {
-        std::fprintf(stderr, "idle probe: the scan did not start\n");
+    const tracker::sim::InLocService& service = tracker::sim::InLocService::instance();
+    if (!tracker::sim::World::instance().scanning() || service.trackedMemberships().empty() ||
+        service.trackedAddresses().empty()) {
+        std::fprintf(stderr, "idle probe: the scan or the tracking did not start\n");
         return 2;
     }
 
@@ -102,10 +148,13 @@ int main(int argc, char** argv) {
     const long voluntary = after.ru_nvcsw - before.ru_nvcsw;
     const long involuntary = after.ru_nivcsw - before.ru_nivcsw;
     std::printf(
-        "idle for %d s with 3 clients started and the scan running: %ld voluntary and %ld "
-        "involuntary context switches in the process, %zu threads\n",
+        "idle for %d s with 3 Bluetooth clients scanning and 2 InLoc clients tracking: %ld "
+        "voluntary and %ld involuntary context switches in the process, %zu threads\n",
         seconds, voluntary, involuntary, threadsAfter.size());
     int woke = 0;
+    for (const auto& [id, entry] : threadsAfter) {
+        std::printf("  thread %s (%s)\n", id.c_str(), entry.first.c_str());
+    }
     for (const auto& [id, entry] : threadsAfter) {
         const auto earlier = threadsBefore.find(id);
         const long delta =

@@ -1,5 +1,7 @@
 #include "tracker/util/Timer.h"
 
+#include <pthread.h>
+
 #include <exception>
 
 namespace tracker {
@@ -48,6 +50,7 @@ void Timer::runSchedule(std::shared_ptr<Clock> clock, Clock::Duration delay, Clo
                         PeriodType type, unsigned int count,
                         std::shared_ptr<std::function<void()>> f) {
     t_scheduleOwner = this;
+    pthread_setname_np(pthread_self(), "trk-timer");
     Clock::TimePoint base = clock->now();
     // count 0 wraps to the largest value: in practice the schedule never ends by itself.
     const unsigned int lastRun = count - 1;

@@ -1,5 +1,8 @@
 #include "tracker/util/WorkerThread.h"
 
+#include <pthread.h>
+
+#include <algorithm>
 #include <iomanip>
 #include <sstream>
 
@@ -49,6 +52,10 @@ std::string WorkerThread::getMoniker() const {
 }
 
 void WorkerThread::runInternal() {
+    // Named for whoever looks at the process's threads (top, a debugger, the idle probe).
+    std::string name = "trk-worker-" + m_moniker;
+    std::replace(name.begin(), name.end(), ' ', '0');
+    pthread_setname_np(pthread_self(), name.substr(0, 15).c_str());
     MutexLock lock(m_mutex);
     for (;;) {
         m_wake.wait(lock.native(), [this]() TRACKER_NO_THREAD_SAFETY_ANALYSIS {
