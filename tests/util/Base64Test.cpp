@@ -2,7 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <openssl/evp.h>
+
+#include <random>
 #include <string>
+#include <vector>
 
 #include "log/LogCapture.h"
 
@@ -96,6 +100,62 @@ TEST(Base64, UnpaddedAndInvalidTextDecodeWithoutChecks) {
     EXPECT_TRUE(Base64::decode("*m9v", &decoded));
     EXPECT_EQ(decoded.size(), 3u);
     EXPECT_EQ(decoded.substr(1), "oo");
+}
+
+// Decoding as the per-character rule reads it: up to the first "=", every character looked up
+// (invalid ones as 255), groups of four combined, a final group of k giving k - 1 bytes.
+std::string referenceDecode(const std::string& in) {
+    std::string out;
+    unsigned char a4[4];
+    unsigned char a3[3];
+    std::size_t group = 0;
+    for (std::size_t i = 0; i < in.size() && in[i] != '='; ++i) {
+        a4[group++] = Base64::b64Lookup(static_cast<unsigned char>(in[i]));
+        if (group == 4) {
+            Base64::a4ToA3(a4, a3);
+            out.append(reinterpret_cast<char*>(a3), 3);
+            group = 0;
+        }
+    }
+    if (group > 0) {
+        for (std::size_t k = group; k < 4; ++k) {
+            a4[k] = Base64::b64Lookup(0);
+        }
+        Base64::a4ToA3(a4, a3);
+        out.append(reinterpret_cast<char*>(a3), group - 1);
+    }
+    return out;
+}
+
+TEST(Base64, TheFastPathsAgreeWithTheRuleAndWithOpenSsl) {
+    std::mt19937 random(11);
+    const std::string characters =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/=-_ .\n\xff";
+    for (int round = 0; round < 3000; ++round) {
+        // Arbitrary text, invalid characters and stray padding included.
+        std::string text(1 + random() % 40, ' ');
+        for (char& c : text) {
+            c = characters[random() % characters.size()];
+        }
+        std::string decoded;
+        Base64::decode(text, &decoded);
+        EXPECT_EQ(decoded, referenceDecode(text)) << text;
+
+        // Bytes: our text is OpenSSL's, and OpenSSL reads it back to the same bytes.
+        std::string bytes(random() % 64 + 1, '\0');
+        for (char& c : bytes) {
+            c = static_cast<char>(random());
+        }
+        std::string encoded;
+        ASSERT_TRUE(Base64::encode(bytes, &encoded));
+        std::vector<unsigned char> theirs(bytes.size() / 3 * 4 + 5);
+        const int length =
+            EVP_EncodeBlock(theirs.data(), reinterpret_cast<const unsigned char*>(bytes.data()),
+                            static_cast<int>(bytes.size()));
+        EXPECT_EQ(encoded, std::string(reinterpret_cast<char*>(theirs.data()), length));
+        ASSERT_TRUE(Base64::decode(encoded, &decoded));
+        EXPECT_EQ(decoded, bytes);
+    }
 }
 
 TEST(Base64, BadArgumentsFailWithOneLine) {
