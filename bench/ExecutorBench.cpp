@@ -1,11 +1,14 @@
 // Measures tracker::util::Executor against BaselineQueue, the least a serial queue can do, on
 // the same two cases, and ends with an "executor / baseline" table (RatioReport.h).
 
+#include <asio.hpp>
 #include <benchmark/benchmark.h>
 
 #include <chrono>
 #include <cstdint>
 #include <future>
+#include <memory>
+#include <thread>
 #include <utility>
 
 #include "BaselineQueue.h"
@@ -25,6 +28,31 @@ struct ExecutorQueue {
     std::future<void> push(F f) {
         return executor.pushTo(false, std::move(f));
     }
+};
+
+// The field's serial executor: asio's io_context run by one thread, each task posted with a
+// promise for its future, as pushTo() gives one.
+struct AsioQueue {
+    AsioQueue() : work(asio::make_work_guard(context)), thread([this] { context.run(); }) {}
+    ~AsioQueue() {
+        work.reset();
+        thread.join();
+    }
+
+    template <typename F>
+    std::future<void> push(F f) {
+        auto promise = std::make_shared<std::promise<void>>();
+        std::future<void> future = promise->get_future();
+        asio::post(context, [promise, f = std::move(f)]() mutable {
+            f();
+            promise->set_value();
+        });
+        return future;
+    }
+
+    asio::io_context context;
+    asio::executor_work_guard<asio::io_context::executor_type> work;
+    std::thread thread;
 };
 
 // Push, run on the worker, wake the caller: one task at a time.
@@ -61,6 +89,13 @@ void registerBenchmarks() {
     benchmark::RegisterBenchmark("RoundTrip/baseline", roundTrip<BaselineQueue>)
         ->UseRealTime()
         ->Unit(benchmark::kNanosecond);
+    benchmark::RegisterBenchmark("RoundTrip/asio", roundTrip<AsioQueue>)
+        ->UseRealTime()
+        ->Unit(benchmark::kNanosecond);
+    benchmark::RegisterBenchmark("Throughput/asio", throughput<AsioQueue>)
+        ->Arg(1000)
+        ->UseRealTime()
+        ->Unit(benchmark::kMicrosecond);
     benchmark::RegisterBenchmark("Throughput/executor", throughput<ExecutorQueue>)
         ->Arg(1000)
         ->UseRealTime()

@@ -38,6 +38,7 @@
 #include "tracker/util/Clock.h"
 #include "tracker/util/Encryption.h"
 #include "tracker/util/Executor.h"
+#include "tracker/util/InlineTask.h"
 #include "tracker/util/Log.h"
 #include "tracker/util/Mutex.h"
 #include "tracker/util/StringUtils.h"

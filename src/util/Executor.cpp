@@ -21,7 +21,7 @@ class Executor::Queue : public std::enable_shared_from_this<Executor::Queue> {
   public:
     explicit Queue(std::chrono::milliseconds idleTimeout) : m_idleTimeout(idleTimeout) {}
 
-    bool enqueue(bool toFront, std::function<void()> task);
+    bool enqueue(bool toFront, InlineTask task);
     void waitForSubmittedTasks();
     // Drops the queued tasks and refuses pushes from now on; the caller then waits for the
     // running task, unless it is that task.
@@ -35,11 +35,11 @@ class Executor::Queue : public std::enable_shared_from_this<Executor::Queue> {
     // A queued task, or the marker of a waitForSubmittedTasks() call, which close() keeps so that
     // its waiter still learns when the running task has finished.
     struct Entry {
-        std::function<void()> run;
+        InlineTask run;
         bool marker;
     };
 
-    std::function<void()> pop();
+    InlineTask pop();
     // Runs one task, then reports whether another is ready (see hasNext).
     bool runNext();
     // Waits up to the idle time-out for work (not at all once shut down); false ends the loop.
@@ -60,7 +60,7 @@ namespace {
 thread_local const void* t_runningQueue = nullptr;
 }  // namespace
 
-bool Executor::Queue::enqueue(bool toFront, std::function<void()> task) {
+bool Executor::Queue::enqueue(bool toFront, InlineTask task) {
     bool startLoop = false;
     {
         MutexLock lock(m_mutex);
@@ -84,22 +84,22 @@ bool Executor::Queue::enqueue(bool toFront, std::function<void()> task) {
     return true;
 }
 
-std::function<void()> Executor::Queue::pop() {
+InlineTask Executor::Queue::pop() {
     MutexLock lock(m_mutex);
     if (m_queue.empty()) {
         return {};
     }
-    std::function<void()> task = std::move(m_queue.front().run);
+    InlineTask task = std::move(m_queue.front().run);
     m_queue.pop_front();
     return task;
 }
 
 bool Executor::Queue::runNext() {
-    if (std::function<void()> task = pop()) {
+    if (InlineTask task = pop()) {
         t_runningQueue = this;
         task();
         // What the task captured is released here, still as this queue's task.
-        task = nullptr;
+        task.reset();
         t_runningQueue = nullptr;
     }
     return hasNext();
@@ -122,7 +122,6 @@ bool Executor::Queue::runsOnThisThread() const {
 }
 
 void Executor::Queue::waitForSubmittedTasks() {
-    // The marker owns the promise (std::function needs it copyable, hence shared).
     auto done = std::make_shared<std::promise<void>>();
     std::future<void> reached = done->get_future();
     {
@@ -130,7 +129,7 @@ void Executor::Queue::waitForSubmittedTasks() {
         if (!m_active) {
             return;
         }
-        m_queue.push_back({[done] { done->set_value(); }, true});
+        m_queue.push_back({InlineTask([done] { done->set_value(); }), true});
     }
     m_taskQueued.notify_one();
     reached.wait();
@@ -171,7 +170,7 @@ Executor::~Executor() {
     shutdown();
 }
 
-bool Executor::enqueue(bool toFront, std::function<void()> task) {
+bool Executor::enqueue(bool toFront, InlineTask task) {
     return m_queue->enqueue(toFront, std::move(task));
 }
 

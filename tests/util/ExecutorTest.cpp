@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <functional>
 #include <mutex>
 #include <thread>
@@ -216,7 +217,11 @@ TEST(Executor, ATaskReleasesItsCapturesBeforeItsFutureIsReady) {
         auto owner = std::make_shared<Owner>();
         const std::weak_ptr<Owner> watch = owner;
         std::future<void> done = owner->executor.pushTo(false, [self = owner] {});
-        std::future<int> value = owner->executor.pushTo(false, [self = owner] { return 7; });
+        // Too large to be kept inline by the queue: the same rule holds on the heap.
+        std::array<char, 256> bulk{};
+        bulk[0] = 7;
+        std::future<int> value =
+            owner->executor.pushTo(false, [self = owner, bulk] { return int{bulk[0]}; });
         std::shared_ptr<Owner> last = std::move(owner);
         done.get();
         ASSERT_EQ(value.get(), 7);

@@ -1,12 +1,13 @@
 #pragma once
 
 #include <chrono>
-#include <functional>
 #include <future>
 #include <memory>
 #include <optional>
 #include <type_traits>
 #include <utility>
+
+#include "tracker/util/InlineTask.h"
 
 namespace tracker {
 namespace util {
@@ -40,13 +41,14 @@ class Executor {
 
     // Queues f at the front (runs next, ahead of everything queued) or at the back, and returns
     // the future of its result. After shutdown() the future is invalid and f is destroyed unrun.
-    // F must be copy-constructible (it is held in a std::function).
+    // F is moved into the queue (InlineTask): a small one costs no allocation of its own.
     template <typename F>
     auto pushTo(bool toFront, F f) -> std::future<decltype(f())> {
         using Result = decltype(f());
         auto promise = std::make_shared<std::promise<Result>>();
         std::future<Result> future = promise->get_future();
-        if (!enqueue(toFront, PromisedTask<F, Result>{std::move(f), std::move(promise)})) {
+        if (!enqueue(toFront,
+                     InlineTask(PromisedTask<F, Result>{std::move(f), std::move(promise)}))) {
             return {};
         }
         return future;
@@ -56,7 +58,7 @@ class Executor {
     // spares the shared state a future needs. False (and f destroyed unrun) after shutdown().
     template <typename F>
     bool post(bool toFront, F f) {
-        return enqueue(toFront, std::function<void()>(std::move(f)));
+        return enqueue(toFront, InlineTask(std::move(f)));
     }
 
     // Returns once every task queued at the back before the call has run; at once if idle.
@@ -100,7 +102,7 @@ class Executor {
     class Queue;
 
     // False (and the task destroyed unrun) when shut down.
-    bool enqueue(bool toFront, std::function<void()> task);
+    bool enqueue(bool toFront, InlineTask task);
 
     const std::shared_ptr<Queue> m_queue;
 };
