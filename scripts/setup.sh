@@ -7,7 +7,7 @@ packages=(
     cmake ninja-build g++ clang libclang-rt-dev pkg-config
     libssl-dev libcurl4-openssl-dev rapidjson-dev
     googletest libgtest-dev libgmock-dev libbenchmark-dev
-    python3 openssl g++-multilib libpcap-dev gcovr libasio-dev
+    python3 openssl g++-multilib libpcap-dev gcovr libasio-dev uuid-dev
 )
 
 missing=()
