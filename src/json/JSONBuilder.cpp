@@ -131,8 +131,12 @@ bool JSONBuilder::addMember(const std::string& name, double value) {
 bool JSONBuilder::addRawJsonMember(const std::string& name, const std::string& json,
                                    bool validate) {
     if (validate) {
+        // The parser ends a document at a NUL and skips a leading byte-order mark, but the text
+        // is copied whole: it must be JSON from its first byte to its last.
+        const bool markOrNul = json.find('\0') != std::string::npos ||
+                               (!json.empty() && static_cast<unsigned char>(json[0]) >= 0xBB);
         rapidjson::Document scratch;
-        if (!JSONUtil::convertJsonStringToDocument(json, scratch)) {
+        if (markOrNul || !JSONUtil::convertJsonStringToDocument(json, scratch)) {
             kLog.e("addRawJsonMemberFailed,reason=invalidJson");
             return false;
         }

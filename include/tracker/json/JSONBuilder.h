@@ -55,9 +55,10 @@ class JSONBuilder {
     bool addMember(const std::string& name, bool value);
     bool addMember(const std::string& name, double value);
 
-    // Member `name` whose value is `json`, verbatim. With `validate` the text must parse first
-    // (a failure logs JSONUtil's parse error, then "addRawJsonMemberFailed,reason=invalidJson",
-    // and writes nothing); without, it is inserted unchecked.
+    // Member `name` whose value is `json`, verbatim. With `validate` the whole text must parse
+    // first, with no NUL and no byte-order mark (a failure logs JSONUtil's parse error, if it
+    // was one, then "addRawJsonMemberFailed,reason=invalidJson", and writes nothing); without,
+    // it is inserted unchecked.
     bool addRawJsonMember(const std::string& name, const std::string& json, bool validate);
 
     // True while more may be written; false, with the finalized line, once finalized.
