@@ -247,6 +247,12 @@ TEST(TrackerSim, TheReportIsOneSelfContainedPage) {
     for (const char* external : {"<script", "src=", "href=", "@import"}) {
         EXPECT_EQ(html.find(external), std::string::npos) << external;
     }
+
+    // A run refused before it starts leaves an earlier page as it was.
+    const Outcome refused =
+        trackerSim("--speed max --report " + page + " --record /nonexistent/run.btsnoop");
+    EXPECT_EQ(refused.status, 2);
+    EXPECT_EQ(slurp(page), html);
 }
 
 }  // namespace

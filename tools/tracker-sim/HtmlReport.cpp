@@ -107,7 +107,8 @@ std::string chart(const std::string& title, const std::string& unit,
 }  // namespace
 
 bool canWriteHtmlReport(const std::string& path, std::string* error) {
-    std::ofstream file(path, std::ios::trunc);
+    // Opened to append: a page already there stays until the run writes the new one.
+    std::ofstream file(path, std::ios::app);
     if (!file) {
         *error = path + ": " + std::strerror(errno);
         return false;

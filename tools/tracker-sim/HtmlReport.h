@@ -14,8 +14,8 @@ namespace trackersim {
 // RSSI and one of its distance over time, the connectors' table and what each received. No
 // script, no style sheet or font from elsewhere: it opens the same offline.
 
-// Whether the page can be written there (creates or truncates the file); a run checks before it
-// starts rather than failing at the end.
+// Whether the page can be written there (creating an empty file if there is none, leaving one
+// that is there as it is); a run checks before it starts rather than failing at the end.
 bool canWriteHtmlReport(const std::string& path, std::string* error);
 bool writeHtmlReport(const std::string& path, const std::vector<TimelineEvent>& events,
                      const std::map<std::string, ConnectorSummary>& connectors,

@@ -201,6 +201,13 @@ int Simulation::run(std::string* error) {
         figures.replay =
             ReplayFigures{capturePath, capture.format, capture.reports, capture.skipped};
     }
+    if (!m_options.report.empty()) {
+        std::string probe;
+        if (!canWriteHtmlReport(m_options.report, &probe)) {
+            *error = probe;
+            return 2;
+        }
+    }
     if (!m_options.record.empty()) {
         if (!recorder->open(m_options.record, error)) {
             return 2;
@@ -208,13 +215,6 @@ int Simulation::run(std::string* error) {
         world.setRadioTap([recorder](const android::bluetooth::le::ScanResult& result) {
             recorder->record(result);
         });
-    }
-    if (!m_options.report.empty()) {
-        std::string probe;
-        if (!canWriteHtmlReport(m_options.report, &probe)) {
-            *error = probe;
-            return 2;
-        }
     }
 
     PlatformWatch watch(world, timeline, figures);

@@ -25,7 +25,7 @@ class InlineTask {
             new (m_storage) T(std::forward<F>(f));
             m_ops = &kInlineOps<T>;
         } else {
-            *reinterpret_cast<T**>(m_storage) = new T(std::forward<F>(f));
+            new (m_storage) T*(new T(std::forward<F>(f)));
             m_ops = &kHeapOps<T>;
         }
     }
@@ -61,17 +61,18 @@ class InlineTask {
     };
     template <typename T>
     static constexpr Ops kInlineOps = {
-        [](void* storage) { (*static_cast<T*>(storage))(); },
+        [](void* storage) { (*std::launder(static_cast<T*>(storage)))(); },
         [](void* from, void* to) noexcept {
-            new (to) T(std::move(*static_cast<T*>(from)));
-            static_cast<T*>(from)->~T();
+            T* const source = std::launder(static_cast<T*>(from));
+            new (to) T(std::move(*source));
+            source->~T();
         },
-        [](void* storage) noexcept { static_cast<T*>(storage)->~T(); }};
+        [](void* storage) noexcept { std::launder(static_cast<T*>(storage))->~T(); }};
     template <typename T>
     static constexpr Ops kHeapOps = {
-        [](void* storage) { (**static_cast<T**>(storage))(); },
-        [](void* from, void* to) noexcept { *static_cast<T**>(to) = *static_cast<T**>(from); },
-        [](void* storage) noexcept { delete *static_cast<T**>(storage); }};
+        [](void* storage) { (**std::launder(static_cast<T**>(storage)))(); },
+        [](void* from, void* to) noexcept { new (to) T*(*std::launder(static_cast<T**>(from))); },
+        [](void* storage) noexcept { delete *std::launder(static_cast<T**>(storage)); }};
 
     void take(InlineTask& other) noexcept {
         m_ops = other.m_ops;
