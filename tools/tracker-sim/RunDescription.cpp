@@ -22,7 +22,7 @@ using rapidjson::Value;
 using util::bluetooth::BleUtils;
 using util::bluetooth::TrackerScanFilter;
 using util::bluetooth::TrackerUuid;
-using Kind = ConnectorSpec::Kind;
+using Kind = ConnectorSetup::Kind;
 
 // Virtual time a run may last: a day, far beyond any demonstration, and far from overflow.
 constexpr int kMaxMilliseconds = 24 * 3600 * 1000;
@@ -109,7 +109,7 @@ const std::map<std::string, ActionShape>& actions() {
 }
 
 ScriptStep step(const Value& json, const std::string& path,
-                const std::vector<ConnectorSpec>& connectors) {
+                const std::vector<ConnectorSetup>& connectors) {
     object(json, path);
     ScriptStep result;
     result.at = std::chrono::milliseconds(
@@ -130,9 +130,9 @@ ScriptStep step(const Value& json, const std::string& path,
     Kind kind = shape->second.kind;
     if (shape->second.needsConnector) {
         result.connector = text(required(json, path, "connector"), join(path, "connector"));
-        const auto found =
-            std::find_if(connectors.begin(), connectors.end(),
-                         [&](const ConnectorSpec& spec) { return spec.name == result.connector; });
+        const auto found = std::find_if(
+            connectors.begin(), connectors.end(),
+            [&](const ConnectorSetup& setup) { return setup.name == result.connector; });
         if (found == connectors.end()) {
             fail(join(path, "connector"), "no connector named " + result.connector);
         }
@@ -193,32 +193,32 @@ ScriptStep step(const Value& json, const std::string& path,
     return result;
 }
 
-ConnectorSpec connector(const Value& json, const std::string& path,
-                        const std::vector<ConnectorSpec>& earlier) {
+ConnectorSetup connector(const Value& json, const std::string& path,
+                         const std::vector<ConnectorSetup>& earlier) {
     object(json, path);
     onlyKnown(json, path, {"name", "kind", "filters"});
-    ConnectorSpec spec;
-    spec.name = text(required(json, path, "name"), join(path, "name"));
-    if (spec.name.empty() || spec.name.size() > 32) {
+    ConnectorSetup setup;
+    setup.name = text(required(json, path, "name"), join(path, "name"));
+    if (setup.name.empty() || setup.name.size() > 32) {
         fail(join(path, "name"), "expected a name of 1 to 32 characters");
     }
     // The timeline's own sources keep their names.
     for (const char* reserved : {"radio", "inloc", "script", "pairing"}) {
-        if (spec.name == reserved) {
-            fail(join(path, "name"), spec.name + " is the name of the timeline's own lines");
+        if (setup.name == reserved) {
+            fail(join(path, "name"), setup.name + " is the name of the timeline's own lines");
         }
     }
     if (std::any_of(earlier.begin(), earlier.end(),
-                    [&](const ConnectorSpec& other) { return other.name == spec.name; })) {
-        fail(join(path, "name"), "another connector is named " + spec.name);
+                    [&](const ConnectorSetup& other) { return other.name == setup.name; })) {
+        fail(join(path, "name"), "another connector is named " + setup.name);
     }
     const std::string kind = text(required(json, path, "kind"), join(path, "kind"));
     if (kind != "bluetooth" && kind != "inloc") {
         fail(join(path, "kind"), "expected \"bluetooth\" or \"inloc\"");
     }
-    spec.kind = kind == "bluetooth" ? Kind::Bluetooth : Kind::InLoc;
-    spec.filters = filters(required(json, path, "filters"), join(path, "filters"), spec.kind);
-    return spec;
+    setup.kind = kind == "bluetooth" ? Kind::Bluetooth : Kind::InLoc;
+    setup.filters = filters(required(json, path, "filters"), join(path, "filters"), setup.kind);
+    return setup;
 }
 
 }  // namespace

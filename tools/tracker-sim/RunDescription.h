@@ -12,7 +12,7 @@ namespace tracker {
 namespace trackersim {
 
 // A connector the run creates.
-struct ConnectorSpec {
+struct ConnectorSetup {
     enum class Kind { Bluetooth, InLoc };
     std::string name;
     Kind kind = Kind::Bluetooth;
@@ -61,7 +61,7 @@ struct ScriptStep {
 struct RunDescription {
     std::chrono::milliseconds duration{60000};
     std::string replay;  // a capture file; relative paths are from the scenario's folder
-    std::vector<ConnectorSpec> connectors;
+    std::vector<ConnectorSetup> connectors;
     std::vector<ScriptStep> script;  // in time order (stable for equal times)
     std::string json;                // the whole description, for the world's loader
 };

@@ -44,9 +44,12 @@ android::os::ParcelUuid parcelUuid(const TrackerUuid& uuid) {
 
 }  // namespace
 
-ScriptPlayer::ScriptPlayer(std::vector<ConnectorSpec> connectors, Timeline& timeline,
+ScriptPlayer::ScriptPlayer(std::vector<ConnectorSetup> connectors, Timeline& timeline,
                            sim::World& world)
-    : m_specs(std::move(connectors)), m_timeline(timeline), m_world(world), m_thread(kIdleThread) {}
+    : m_setups(std::move(connectors)),
+      m_timeline(timeline),
+      m_world(world),
+      m_thread(kIdleThread) {}
 
 void ScriptPlayer::setUp() {
     m_thread.post(false, [this] {
@@ -92,40 +95,40 @@ void ScriptPlayer::createConnectors() {
     };
     std::shared_ptr<BluetoothManagerInterface> bluetooth;
     std::shared_ptr<InLocManager> inloc;
-    for (const ConnectorSpec& spec : m_specs) {
-        const bool isBluetooth = spec.kind == ConnectorSpec::Kind::Bluetooth;
-        ConnectorContext context{spec.name, m_timeline, later};
-        m_timeline.declareConnector(spec.name, isBluetooth ? "bluetooth" : "inloc",
-                                    describeFilters(spec.filters));
+    for (const ConnectorSetup& setup : m_setups) {
+        const bool isBluetooth = setup.kind == ConnectorSetup::Kind::Bluetooth;
+        ConnectorContext context{setup.name, m_timeline, later};
+        m_timeline.declareConnector(setup.name, isBluetooth ? "bluetooth" : "inloc",
+                                    describeFilters(setup.filters));
         bool registered = false;
         if (isBluetooth) {
             // Waits for the proxy's initialisation, with its retries, the first time.
             bluetooth = bluetooth ? bluetooth : BluetoothManagerInterface::getInstance();
             if (bluetooth) {
                 auto connector =
-                    std::make_shared<BluetoothConnector>(context, spec.filters, bluetooth);
+                    std::make_shared<BluetoothConnector>(context, setup.filters, bluetooth);
                 registered = bluetooth->registerConnector(connector);
-                m_bluetooth.emplace(spec.name, connector);
+                m_bluetooth.emplace(setup.name, connector);
             }
         } else {
             inloc = inloc ? inloc : InLocManager::getInstance();
             if (inloc) {
-                auto connector = std::make_shared<InLocConnector>(context, spec.filters);
+                auto connector = std::make_shared<InLocConnector>(context, setup.filters);
                 registered = inloc->registerConnector(connector);
-                m_inloc.emplace(spec.name, connector);
+                m_inloc.emplace(setup.name, connector);
             }
         }
         context.report(registered ? "registered" : "registration failed", nullptr,
-                       describeFilters(spec.filters), !registered);
+                       describeFilters(setup.filters), !registered);
     }
     if (bluetooth) {
         m_pairingWatch = std::make_shared<PairingWatch>(m_timeline);
         bluetooth->registerConnectivityCallback(m_pairingWatch);
     }
-    for (const ConnectorSpec& spec : m_specs) {
+    for (const ConnectorSetup& setup : m_setups) {
         ScriptStep start;
         start.action = "start";
-        start.connector = spec.name;
+        start.connector = setup.name;
         startOrStop(start);
     }
 }

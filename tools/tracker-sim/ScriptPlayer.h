@@ -30,7 +30,7 @@ namespace trackersim {
 // else, the connectors included, belongs to the script thread, except the world's own steps.
 class ScriptPlayer {
   public:
-    ScriptPlayer(std::vector<ConnectorSpec> connectors, Timeline& timeline, sim::World& world);
+    ScriptPlayer(std::vector<ConnectorSetup> connectors, Timeline& timeline, sim::World& world);
 
     // Queues the set-up: the managers, every connector created, registered and started.
     void setUp();
@@ -52,7 +52,7 @@ class ScriptPlayer {
     void report(const std::string& event, const std::string& detail, bool failure = false,
                 const std::string& address = {});
 
-    const std::vector<ConnectorSpec> m_specs;
+    const std::vector<ConnectorSetup> m_setups;
     Timeline& m_timeline;
     sim::World& m_world;
     util::Executor m_thread;

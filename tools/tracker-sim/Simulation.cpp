@@ -151,7 +151,7 @@ class Recorder {
 // thread. It lives as long as the process, which ends with the run.
 struct RunState {
     RunState(sim::World& world, std::ostream& out, Timeline::Format format,
-             std::vector<ConnectorSpec> connectors)
+             std::vector<ConnectorSetup> connectors)
         : time(world),
           recorder(time),
           timeline(out, format, [this] { return static_cast<int64_t>(time.now().count()); }),
