@@ -1,6 +1,8 @@
 #include "tracker/json/JSONBuilder.h"
 
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
 
 #include "tracker/json/JSONUtil.h"
 #include "tracker/util/Log.h"
@@ -16,14 +18,50 @@ const Log& kLog = *new Log("JSONBuilder");
 constexpr std::size_t kBufferCapacity = 256;
 constexpr std::size_t kNestingStackBytes = 256;
 
-rapidjson::SizeType lengthOf(const std::string& text) {
-    return static_cast<rapidjson::SizeType>(text.size());
+// rapidjson gives each buffer and stack an allocator object of its own unless handed one. The
+// C runtime's allocator holds no state, so every builder shares this one and saves the two
+// allocations.
+rapidjson::CrtAllocator& sharedAllocator() {
+    static rapidjson::CrtAllocator allocator;
+    return allocator;
+}
+
+// Whether any byte is one rapidjson escapes in a string: a control character, '"' or '\\'.
+// Eight bytes at a time: a byte below 0x20 borrows into its high bit, and so does a zero byte,
+// which '"' and '\\' become when xor-ed with themselves.
+bool needsEscape(const char* chars, std::size_t length) {
+    constexpr uint64_t kOnes = 0x0101010101010101ULL;
+    constexpr uint64_t kHighBits = 0x8080808080808080ULL;
+    const auto flagged = [](uint64_t word) {
+        const auto below = [word](uint64_t bound) { return (word - bound) & ~word & kHighBits; };
+        const auto zero = [](uint64_t w) { return (w - kOnes) & ~w & kHighBits; };
+        return below(kOnes * 0x20) | zero(word ^ (kOnes * '"')) | zero(word ^ (kOnes * '\\'));
+    };
+    if (length < 8) {
+        for (std::size_t i = 0; i < length; ++i) {
+            const auto c = static_cast<unsigned char>(chars[i]);
+            if (c < 0x20 || c == '"' || c == '\\') {
+                return true;
+            }
+        }
+        return false;
+    }
+    // The last word overlaps the one before it rather than reading past the end.
+    uint64_t found = 0;
+    for (std::size_t i = 0;; i += 8) {
+        uint64_t word;
+        std::memcpy(&word, chars + (i + 8 <= length ? i : length - 8), 8);
+        found |= flagged(word);
+        if (i + 8 >= length) {
+            return found != 0;
+        }
+    }
 }
 
 }  // namespace
 
 JSONBuilder::Writer::Writer(rapidjson::StringBuffer& buffer)
-    : rapidjson::Writer<rapidjson::StringBuffer>(buffer, nullptr,
+    : rapidjson::Writer<rapidjson::StringBuffer>(buffer, &sharedAllocator(),
                                                  kNestingStackBytes / sizeof(Level)) {}
 
 bool JSONBuilder::Writer::closeLevel(char bracket) {
@@ -49,15 +87,30 @@ bool JSONBuilder::Writer::rawValue(const std::string& json) {
     return EndValue(true);
 }
 
+[[gnu::flatten]] bool JSONBuilder::Writer::text(const char* chars, std::size_t length) {
+    Prefix(rapidjson::kStringType);
+    // Names and values rarely need an escape: such text is copied whole. rapidjson's own loop
+    // stores its buffer's end after every character, which costs more than the rest of a
+    // record together.
+    if (needsEscape(chars, length)) {
+        return EndValue(WriteString(chars, static_cast<rapidjson::SizeType>(length)));
+    }
+    char* out = os_->Push(length + 2);
+    out[0] = '"';
+    std::memcpy(out + 1, chars, length);
+    out[length + 1] = '"';
+    return EndValue(true);
+}
+
 template <typename WriteValue>
 bool JSONBuilder::writeMember(const std::string& name, WriteValue writeValue) {
     if (!checkWriter()) {
         return false;
     }
-    return m_writer.Key(name.data(), lengthOf(name)) && writeValue();
+    return m_writer.text(name.data(), name.size()) && writeValue();
 }
 
-JSONBuilder::JSONBuilder() : m_buffer(nullptr, kBufferCapacity), m_writer(m_buffer) {
+JSONBuilder::JSONBuilder() : m_buffer(&sharedAllocator(), kBufferCapacity), m_writer(m_buffer) {
     m_writer.StartObject();
 }
 
@@ -94,14 +147,14 @@ bool JSONBuilder::finishArrayElement() {
 }
 
 bool JSONBuilder::addMember(const std::string& name, const std::string& value) {
-    return writeMember(name, [&] { return m_writer.String(value.data(), lengthOf(value)); });
+    return writeMember(name, [&] { return m_writer.text(value.data(), value.size()); });
 }
 
 bool JSONBuilder::addMember(const std::string& name, const char* value) {
     if (value == nullptr) {
         return false;
     }
-    return writeMember(name, [&] { return m_writer.String(value); });
+    return writeMember(name, [&] { return m_writer.text(value, std::strlen(value)); });
 }
 
 bool JSONBuilder::addMember(const std::string& name, unsigned long long value) {

@@ -46,6 +46,34 @@ TEST(JSONBuilder, BuildsNestedLevelsAndEveryValueKind) {
               R"("i32":-7,"d":0.1,"whole":2.0,"na\"me":false})");
 }
 
+// Names and values are escaped as rapidjson's Writer escapes them, whatever the length of the
+// text and wherever in it the character that needs escaping sits.
+TEST(JSONBuilder, EscapesNamesAndValuesAsRapidjsonDoes) {
+    for (const char special : {'"', '\\', '\n', '\x01', '\x1f', '/', '\x7f', '\xc3'}) {
+        for (std::size_t length = 0; length <= 20; ++length) {
+            for (std::size_t at = 0; at <= length; ++at) {
+                std::string text(length, 'x');
+                if (at < length) {
+                    text[at] = special;
+                }
+                JSONBuilder builder;
+                ASSERT_TRUE(builder.addMember(text, text));
+                ASSERT_TRUE(builder.addMember("c", text.c_str()));
+                rapidjson::StringBuffer buffer;
+                rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+                writer.StartObject();
+                writer.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
+                writer.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
+                writer.Key("c");
+                writer.String(text.c_str());
+                writer.EndObject();
+                ASSERT_EQ(builder.toString(true), buffer.GetString())
+                    << "length " << length << ", special at " << at;
+            }
+        }
+    }
+}
+
 TEST(JSONBuilder, RefusesEveryWriteOnceFinalized) {
     LogCapture capture;
     JSONBuilder builder;

@@ -3,6 +3,7 @@
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
+#include <cstddef>
 #include <string>
 
 namespace tracker {
@@ -72,7 +73,7 @@ class JSONBuilder {
     bool isFinalized();
 
   private:
-    // rapidjson's compact Writer plus the two writes the builder's contract allows and rapidjson's
+    // rapidjson's compact Writer plus a faster string write, the two writes the builder's contract allows and rapidjson's
     // debug-build assertions would abort on: closing a level whatever its kind, and raw text
     // copied as is; and a look at the innermost level.
     class Writer : public rapidjson::Writer<rapidjson::StringBuffer> {
@@ -84,6 +85,8 @@ class JSONBuilder {
         bool inArray() const;
         // Writes `json` verbatim as the next value.
         bool rawValue(const std::string& json);
+        // Writes a name or string value, escaped as rapidjson escapes it.
+        bool text(const char* chars, std::size_t length);
     };
 
     // The finalized check, the name, then writeValue() for the value.
