@@ -15,7 +15,7 @@ namespace util {
 // so that the last of them to let go destroys it: normally the Executor, the loop when the
 // Executor was destroyed by its own task.
 //
-// Thread-safety: every member may be called from any thread; runNext() and hasNext() only by the
+// Thread-safety: every member may be called from any thread; runNext() and next() only by the
 // loop. m_mutex guards m_queue and m_active.
 class Executor::Queue : public std::enable_shared_from_this<Executor::Queue> {
   public:
@@ -39,11 +39,11 @@ class Executor::Queue : public std::enable_shared_from_this<Executor::Queue> {
         bool marker;
     };
 
-    InlineTask pop();
-    // Runs one task, then reports whether another is ready (see hasNext).
+    // Runs the next task; false, ending the loop, when there was none (see next()).
     bool runNext();
-    // Waits up to the idle time-out for work (not at all once shut down); false ends the loop.
-    bool hasNext();
+    // Takes the first task, waiting for one up to the idle time-out (not at all once shut
+    // down); none, with the loop marked inactive, if none came. One lock per task.
+    InlineTask next();
 
     Mutex m_mutex;
     std::deque<Entry> m_queue TRACKER_GUARDED_BY(m_mutex);
@@ -84,37 +84,36 @@ bool Executor::Queue::enqueue(bool toFront, InlineTask task) {
     return true;
 }
 
-InlineTask Executor::Queue::pop() {
+bool Executor::Queue::runNext() {
+    InlineTask task = next();
+    if (!task) {
+        return false;
+    }
+    t_runningQueue = this;
+    task();
+    // What the task captured is released here, still as this queue's task.
+    task.reset();
+    t_runningQueue = nullptr;
+    return true;
+}
+
+InlineTask Executor::Queue::next() {
     MutexLock lock(m_mutex);
+    if (m_queue.empty() && !m_shutdownFlag) {
+        const auto deadline = std::chrono::steady_clock::now() + m_idleTimeout;
+        while (m_queue.empty() && !m_shutdownFlag) {
+            if (m_taskQueued.wait_until(lock.native(), deadline) == std::cv_status::timeout) {
+                break;
+            }
+        }
+    }
     if (m_queue.empty()) {
+        m_active = false;
         return {};
     }
     InlineTask task = std::move(m_queue.front().run);
     m_queue.pop_front();
     return task;
-}
-
-bool Executor::Queue::runNext() {
-    if (InlineTask task = pop()) {
-        t_runningQueue = this;
-        task();
-        // What the task captured is released here, still as this queue's task.
-        task.reset();
-        t_runningQueue = nullptr;
-    }
-    return hasNext();
-}
-
-bool Executor::Queue::hasNext() {
-    MutexLock lock(m_mutex);
-    const auto deadline = std::chrono::steady_clock::now() + m_idleTimeout;
-    while (m_queue.empty() && !m_shutdownFlag) {
-        if (m_taskQueued.wait_until(lock.native(), deadline) == std::cv_status::timeout) {
-            break;
-        }
-    }
-    m_active = !m_queue.empty();
-    return m_active;
 }
 
 bool Executor::Queue::runsOnThisThread() const {

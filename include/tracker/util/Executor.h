@@ -45,10 +45,9 @@ class Executor {
     template <typename F>
     auto pushTo(bool toFront, F f) -> std::future<decltype(f())> {
         using Result = decltype(f());
-        auto promise = std::make_shared<std::promise<Result>>();
-        std::future<Result> future = promise->get_future();
-        if (!enqueue(toFront,
-                     InlineTask(PromisedTask<F, Result>{std::move(f), std::move(promise)}))) {
+        std::promise<Result> promise;
+        std::future<Result> future = promise.get_future();
+        if (!enqueue(toFront, InlineTask(PromisedTask<F, Result>{std::move(f), std::move(promise)}))) {
             return {};
         }
         return future;
@@ -73,9 +72,8 @@ class Executor {
     // is broken, so no future is ever ready while the task still holds anything.
     template <typename F, typename Result>
     struct PromisedTask {
-        PromisedTask(F f, std::shared_ptr<std::promise<Result>> p)
+        PromisedTask(F f, std::promise<Result> p)
             : callable(std::move(f)), promise(std::move(p)) {}
-        PromisedTask(const PromisedTask&) = default;
         PromisedTask(PromisedTask&&) = default;
         PromisedTask& operator=(const PromisedTask&) = delete;
         ~PromisedTask() { callable.reset(); }
@@ -84,16 +82,16 @@ class Executor {
             if constexpr (std::is_void_v<Result>) {
                 (*callable)();
                 callable.reset();
-                promise->set_value();
+                promise.set_value();
             } else {
                 Result result = (*callable)();
                 callable.reset();
-                promise->set_value(std::move(result));
+                promise.set_value(std::move(result));
             }
         }
 
         std::optional<F> callable;
-        std::shared_ptr<std::promise<Result>> promise;
+        std::promise<Result> promise;
     };
 
     // The queue, its mutex and the borrowed thread (Executor.cpp). The run loop holds a reference
