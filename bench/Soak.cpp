@@ -2,11 +2,12 @@
 // 5,000 per second for three Bluetooth clients, a reload every 100 ms, a GATT connection opened
 // and closed every second, and 200 distance events per second for an InLoc client. Every 10 s
 // it prints throughput, latency percentiles (platform callback to client callback) and resident
-// memory. Runs for the seconds given as the first argument (default 600).
+// memory. Runs for the seconds given as the first argument (default 600); `--no-reloads` as the
+// second leaves the reloads out.
 //
-// What may grow: each Bluetooth reload appends the reloaded client's filter pairs to the
-// manager's routing lists, which only grow by design; the soak prints that count beside the
-// resident memory, so the rest of the memory can be seen to stay flat.
+// What may grow: each Bluetooth reload appends the clients' filter pairs to the manager's
+// routing lists, which only grow by design; the soak prints the reloads beside the resident
+// memory, and a run without reloads shows the rest of the memory flat.
 
 #include <unistd.h>
 
@@ -19,6 +20,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -176,6 +178,11 @@ long residentKilobytes() {
 
 int main(int argc, char** argv) {
     const int seconds = argc > 1 ? std::atoi(argv[1]) : 600;
+    const bool reloading = !(argc > 2 && std::string(argv[2]) == "--no-reloads");
+    if (seconds <= 0 || (argc > 2 && reloading) || argc > 3) {
+        std::fprintf(stderr, "usage: soak [seconds] [--no-reloads]\n");
+        return 2;
+    }
     tracker::sim::World& world = tracker::sim::World::instance();
     world.reset();
     std::string error;
@@ -223,7 +230,7 @@ int main(int argc, char** argv) {
         }
     });
     load.emplace_back([&] {  // reloads
-        for (std::size_t i = 0; running; ++i) {
+        for (std::size_t i = 0; running && reloading; ++i) {
             bluetooth->reload(clients[i % clients.size()]);
             ++reloads;
             std::this_thread::sleep_for(kReloadEvery);
