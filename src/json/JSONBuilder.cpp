@@ -1,5 +1,6 @@
 #include "tracker/json/JSONBuilder.h"
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -38,13 +39,19 @@ bool needsEscape(const char* chars, std::size_t length) {
         return below(kOnes * 0x20) | zero(word ^ (kOnes * '"')) | zero(word ^ (kOnes * '\\'));
     };
     if (length < 8) {
-        for (std::size_t i = 0; i < length; ++i) {
-            const auto c = static_cast<unsigned char>(chars[i]);
-            if (c < 0x20 || c == '"' || c == '\\') {
-                return true;
+        static constexpr auto kEscaped = [] {
+            std::array<bool, 256> escaped{};
+            for (int c = 0; c < 0x20; ++c) {
+                escaped[c] = true;
             }
+            escaped['"'] = escaped['\\'] = true;
+            return escaped;
+        }();
+        bool found = false;
+        for (std::size_t i = 0; i < length; ++i) {
+            found |= kEscaped[static_cast<unsigned char>(chars[i])];
         }
-        return false;
+        return found;
     }
     // The last word overlaps the one before it rather than reading past the end.
     uint64_t found = 0;
@@ -77,9 +84,38 @@ bool JSONBuilder::Writer::inArray() const {
     return !level_stack_.Empty() && level_stack_.Top<Level>()->inArray;
 }
 
+bool JSONBuilder::Writer::name(const std::string& name) {
+    Level* const level = level_stack_.Empty() ? nullptr : level_stack_.Top<Level>();
+    if (level == nullptr || level->inArray || level->valueCount % 2 != 0 ||
+        needsEscape(name.data(), name.size())) {
+        return text(name.data(), name.size());
+    }
+    const std::size_t comma = level->valueCount > 0 ? 1 : 0;
+    char* out = os_->Push(comma + name.size() + 3);
+    out[0] = ',';
+    out += comma;
+    out[0] = '"';
+    std::memcpy(out + 1, name.data(), name.size());
+    out[name.size() + 1] = '"';
+    out[name.size() + 2] = ':';
+    ++level->valueCount;
+    m_colonWritten = true;
+    return true;
+}
+
+// Inlined: it is all a member's value costs besides the digits.
+[[gnu::always_inline]] inline void JSONBuilder::Writer::valuePrefix(rapidjson::Type type) {
+    if (m_colonWritten) {
+        m_colonWritten = false;
+        ++level_stack_.Top<Level>()->valueCount;
+    } else {
+        Prefix(type);
+    }
+}
+
 bool JSONBuilder::Writer::rawValue(const std::string& json) {
     // The type only feeds rapidjson's check that a value in an object follows a name.
-    Prefix(rapidjson::kObjectType);
+    valuePrefix(rapidjson::kObjectType);
     rapidjson::PutReserve(*os_, json.size());
     for (char c : json) {
         rapidjson::PutUnsafe(*os_, c);
@@ -87,8 +123,8 @@ bool JSONBuilder::Writer::rawValue(const std::string& json) {
     return EndValue(true);
 }
 
-[[gnu::flatten]] bool JSONBuilder::Writer::text(const char* chars, std::size_t length) {
-    Prefix(rapidjson::kStringType);
+bool JSONBuilder::Writer::text(const char* chars, std::size_t length) {
+    valuePrefix(rapidjson::kStringType);
     // Names and values rarely need an escape: such text is copied whole. rapidjson's own loop
     // stores its buffer's end after every character, which costs more than the rest of a
     // record together.
@@ -102,20 +138,56 @@ bool JSONBuilder::Writer::rawValue(const std::string& json) {
     return EndValue(true);
 }
 
+bool JSONBuilder::Writer::number(unsigned long long value) {
+    valuePrefix(rapidjson::kNumberType);
+    return EndValue(WriteUint64(value));
+}
+
+bool JSONBuilder::Writer::number(unsigned int value) {
+    valuePrefix(rapidjson::kNumberType);
+    return EndValue(WriteUint(value));
+}
+
+bool JSONBuilder::Writer::number(long long value) {
+    valuePrefix(rapidjson::kNumberType);
+    return EndValue(WriteInt64(value));
+}
+
+bool JSONBuilder::Writer::number(int value) {
+    valuePrefix(rapidjson::kNumberType);
+    return EndValue(WriteInt(value));
+}
+
+bool JSONBuilder::Writer::number(double value) {
+    valuePrefix(rapidjson::kNumberType);
+    return EndValue(WriteDouble(value));
+}
+
+bool JSONBuilder::Writer::boolean(bool value) {
+    valuePrefix(value ? rapidjson::kTrueType : rapidjson::kFalseType);
+    return EndValue(WriteBool(value));
+}
+
+bool JSONBuilder::Writer::open(bool array) {
+    valuePrefix(array ? rapidjson::kArrayType : rapidjson::kObjectType);
+    new (level_stack_.Push<Level>()) Level(array);
+    return array ? WriteStartArray() : WriteStartObject();
+}
+
 template <typename WriteValue>
 bool JSONBuilder::writeMember(const std::string& name, WriteValue writeValue) {
     if (!checkWriter()) {
         return false;
     }
-    return m_writer.text(name.data(), name.size()) && writeValue();
+    return m_writer.name(name) && writeValue();
 }
 
 JSONBuilder::JSONBuilder() : m_buffer(&sharedAllocator(), kBufferCapacity), m_writer(m_buffer) {
-    m_writer.StartObject();
+    m_writer.open(false);
 }
 
 bool JSONBuilder::startObject(const std::string& name) {
-    return writeMember(name, [this] { return m_writer.StartObject(); });
+    return writeMember(name, [this] { return m_writer.open(false); });
 }
 
 bool JSONBuilder::finishObject() {
@@ -123,7 +195,7 @@ bool JSONBuilder::finishObject() {
 }
 
 bool JSONBuilder::startArray(const std::string& name) {
-    return writeMember(name, [this] { return m_writer.StartArray(); });
+    return writeMember(name, [this] { return m_writer.open(true); });
 }
 
 bool JSONBuilder::finishArray() {
@@ -139,7 +211,7 @@ bool JSONBuilder::startArrayElement() {
         kLog.e("startArrayElementFailed,reason=notInArray");
         return false;
     }
-    return m_writer.StartObject();
+    return m_writer.open(false);
 }
 
 bool JSONBuilder::finishArrayElement() {
@@ -158,27 +230,27 @@ bool JSONBuilder::addMember(const std::string& name, const char* value) {
 }
 
 bool JSONBuilder::addMember(const std::string& name, unsigned long long value) {
-    return writeMember(name, [&] { return m_writer.Uint64(value); });
+    return writeMember(name, [&] { return m_writer.number(value); });
 }
 
 bool JSONBuilder::addMember(const std::string& name, unsigned int value) {
-    return writeMember(name, [&] { return m_writer.Uint(value); });
+    return writeMember(name, [&] { return m_writer.number(value); });
 }
 
 bool JSONBuilder::addMember(const std::string& name, long long value) {
-    return writeMember(name, [&] { return m_writer.Int64(value); });
+    return writeMember(name, [&] { return m_writer.number(value); });
 }
 
 bool JSONBuilder::addMember(const std::string& name, int value) {
-    return writeMember(name, [&] { return m_writer.Int(value); });
+    return writeMember(name, [&] { return m_writer.number(value); });
 }
 
 bool JSONBuilder::addMember(const std::string& name, bool value) {
-    return writeMember(name, [&] { return m_writer.Bool(value); });
+    return writeMember(name, [&] { return m_writer.boolean(value); });
 }
 
 bool JSONBuilder::addMember(const std::string& name, double value) {
-    return writeMember(name, [&] { return m_writer.Double(value); });
+    return writeMember(name, [&] { return m_writer.number(value); });
 }
 
 bool JSONBuilder::addRawJsonMember(const std::string& name, const std::string& json,

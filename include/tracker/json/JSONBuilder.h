@@ -73,9 +73,13 @@ class JSONBuilder {
     bool isFinalized();
 
   private:
-    // rapidjson's compact Writer plus a faster string write, the two writes the builder's contract allows and rapidjson's
-    // debug-build assertions would abort on: closing a level whatever its kind, and raw text
-    // copied as is; and a look at the innermost level.
+    // rapidjson's compact Writer with faster member writes, plus the two writes the builder's
+    // contract allows and rapidjson's debug-build assertions would abort on: closing a level
+    // whatever its kind, and raw text copied as is; and a look at the innermost level.
+    //
+    // A member's name goes out with its comma and colon in one write where the innermost level
+    // is an object expecting a name; the value that must follow then skips rapidjson's prefix.
+    // Every value therefore goes through this class's own writes, never rapidjson's.
     class Writer : public rapidjson::Writer<rapidjson::StringBuffer> {
       public:
         explicit Writer(rapidjson::StringBuffer& buffer);
@@ -83,10 +87,25 @@ class JSONBuilder {
         bool closeLevel(char bracket);
         // Whether the innermost open level is an array.
         bool inArray() const;
-        // Writes `json` verbatim as the next value.
+        // A member's name.
+        bool name(const std::string& name);
+        // Values: verbatim JSON, a string (escaped as rapidjson escapes it), numbers, true or
+        // false, and a new object or array level.
         bool rawValue(const std::string& json);
-        // Writes a name or string value, escaped as rapidjson escapes it.
         bool text(const char* chars, std::size_t length);
+        bool number(unsigned long long value);
+        bool number(unsigned int value);
+        bool number(long long value);
+        bool number(int value);
+        bool number(double value);
+        bool boolean(bool value);
+        bool open(bool array);
+
+      private:
+        // What rapidjson writes and counts before a value, or only the count after name().
+        void valuePrefix(rapidjson::Type type);
+
+        bool m_colonWritten = false;
     };
 
     // The finalized check, the name, then writeValue() for the value.
