@@ -1,6 +1,5 @@
 #include "tracker/json/JSONBuilder.h"
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -27,42 +26,46 @@ rapidjson::CrtAllocator& sharedAllocator() {
     return allocator;
 }
 
-// Whether any byte is one rapidjson escapes in a string: a control character, '"' or '\\'.
-// Eight bytes at a time: a byte below 0x20 borrows into its high bit, and so does a zero byte,
-// which '"' and '\\' become when xor-ed with themselves.
+// The bytes of `word` that rapidjson escapes in a string, a control character, '"' or '\\', have
+// their high bit set in the result (and maybe bytes above them too: only "any" is exact). A byte
+// below 0x20 borrows into its high bit, and so does a zero byte, which '"' and '\\' become when
+// xor-ed with themselves.
+template <typename Word>
+Word escapedBytes(Word word) {
+    constexpr Word kOnes = static_cast<Word>(~Word{0}) / 0xFF;
+    constexpr Word kHighBits = kOnes * 0x80;
+    const auto below = [word](Word bound) { return (word - bound) & ~word & kHighBits; };
+    const auto zero = [](Word w) { return (w - kOnes) & ~w & kHighBits; };
+    return below(kOnes * 0x20) | zero(word ^ (kOnes * '"')) | zero(word ^ (kOnes * '\\'));
+}
+
+template <typename Word>
+Word wordAt(const char* chars) {
+    Word word;
+    std::memcpy(&word, chars, sizeof word);
+    return word;
+}
+
+// Whether any of the bytes needs an escape; a word at a time, the last word overlapping the one
+// before it rather than reading past the end.
 bool needsEscape(const char* chars, std::size_t length) {
-    constexpr uint64_t kOnes = 0x0101010101010101ULL;
-    constexpr uint64_t kHighBits = 0x8080808080808080ULL;
-    const auto flagged = [](uint64_t word) {
-        const auto below = [word](uint64_t bound) { return (word - bound) & ~word & kHighBits; };
-        const auto zero = [](uint64_t w) { return (w - kOnes) & ~w & kHighBits; };
-        return below(kOnes * 0x20) | zero(word ^ (kOnes * '"')) | zero(word ^ (kOnes * '\\'));
-    };
-    if (length < 8) {
-        static constexpr auto kEscaped = [] {
-            std::array<bool, 256> escaped{};
-            for (int c = 0; c < 0x20; ++c) {
-                escaped[c] = true;
-            }
-            escaped['"'] = escaped['\\'] = true;
-            return escaped;
-        }();
-        bool found = false;
-        for (std::size_t i = 0; i < length; ++i) {
-            found |= kEscaped[static_cast<unsigned char>(chars[i])];
+    if (length >= 8) {
+        uint64_t found = 0;
+        for (std::size_t i = 0; i + 8 < length; i += 8) {
+            found |= escapedBytes(wordAt<uint64_t>(chars + i));
         }
-        return found;
+        return (found | escapedBytes(wordAt<uint64_t>(chars + length - 8))) != 0;
     }
-    // The last word overlaps the one before it rather than reading past the end.
-    uint64_t found = 0;
-    for (std::size_t i = 0;; i += 8) {
-        uint64_t word;
-        std::memcpy(&word, chars + (i + 8 <= length ? i : length - 8), 8);
-        found |= flagged(word);
-        if (i + 8 >= length) {
-            return found != 0;
-        }
+    if (length >= 4) {
+        return (escapedBytes(wordAt<uint32_t>(chars)) |
+                escapedBytes(wordAt<uint32_t>(chars + length - 4))) != 0;
     }
+    bool found = false;
+    for (std::size_t i = 0; i < length; ++i) {
+        const auto c = static_cast<unsigned char>(chars[i]);
+        found |= c < 0x20 || c == '"' || c == '\\';
+    }
+    return found;
 }
 
 }  // namespace
