@@ -402,21 +402,13 @@ class PairingListener : public util::bluetooth::IConnectivityEventCallback {
     EventLog log;
 };
 
-const char* const kProxyCalls[] = {"Initialize",
-                                   "RegisterForProxyDeath",
-                                   "StartScan",
-                                   "StopScan",
-                                   "ConnectGatt",
-                                   "Disconnect",
-                                   "DiscoverServices",
-                                   "GetServices",
-                                   "Close",
-                                   "ReadCharacteristic",
-                                   "WriteCharacteristic",
-                                   "SetCharacteristicNotification",
-                                   "RegisterConnectivity",
-                                   "DeregisterConnectivity",
-                                   "GetPairedDevices"};
+// clang-format off
+const char* const kProxyCalls[] = {
+    "Initialize", "RegisterForProxyDeath", "StartScan", "StopScan", "ConnectGatt", "Disconnect",
+    "DiscoverServices", "GetServices", "Close", "ReadCharacteristic", "WriteCharacteristic",
+    "SetCharacteristicNotification", "RegisterConnectivity", "DeregisterConnectivity",
+    "GetPairedDevices"};
+// clang-format on
 
 class EveryProxyCall : public BluetoothFaults, public ::testing::WithParamInterface<ProxyCall> {};
 
@@ -654,10 +646,11 @@ TEST_F(BluetoothFaults, CallsFromInsideCallbacksTakeEffect) {
     ASSERT_TRUE(manager()->start(m_client));
     ASSERT_TRUE(manager()->start(calling));
     ASSERT_TRUE(awaitScanStarted());
-    for (int step = 0; step < 200 && !calling->stopped; ++step) {
+    // Each step of the chain runs on the manager's threads and needs the world's time to move.
+    ASSERT_TRUE(eventually([&] {
         settle(100ms);
-    }
-    ASSERT_TRUE(eventually([&] { return calling->stopped.load(); }));
+        return calling->stopped.load();
+    }));
     EXPECT_TRUE(calling->connected);
     EXPECT_TRUE(calling->disconnected);
     EXPECT_TRUE(calling->reloaded);
