@@ -216,10 +216,9 @@ bool InLocManager::executeStart(const std::shared_ptr<Client>& client) {
         kLog.i("%s: empty scan filter; not starting scan", kFunction);
         return true;
     }
-    const Filters filters = getCurrentScanFilters();
-    const bool byMembership = startTrackingByMembershipLocked(filters);
-    const bool byAddress = startTrackingByAddressLocked(filters);
-    return byMembership && byAddress;
+    // Every wanted filter is started here, those a reload failed to start too.
+    m_failedStarts.clear();
+    return changeTrackingLocked(true, getCurrentScanFilters());
 }
 
 bool InLocManager::executeStop(const std::shared_ptr<Client>& client) {
@@ -248,12 +247,15 @@ bool InLocManager::executeReload(const std::shared_ptr<Client>& /*client*/) {
     Filters added;
     Filters removed;
     updateScanFilter(added, removed);
+    // The merged filters are the wanted ones whatever the platform said: what it refused
+    // before is still to be done.
+    retryFailedChangesLocked(added, removed);
     bool result = true;
-    if (!stopTrackingLocked(removed)) {
+    if (!changeTrackingLocked(false, removed)) {
         kLog.e("%s: failed to stop scanning", kFunction);
         result = false;
     }
-    if (!startTrackingLocked(added)) {
+    if (!changeTrackingLocked(true, added)) {
         kLog.e("%s: failed to start scanning", kFunction);
         result = false;
     }

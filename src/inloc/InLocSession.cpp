@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <utility>
 
 #include <inloc/ixa_inloc.h>
 
@@ -240,16 +241,49 @@ InLocManager::Filters InLocManager::filterScanFiltersForType(
 
 // --- tracking -----------------------------------------------------------------------------------
 
-bool InLocManager::startTrackingLocked(const Filters& filters) {
-    const bool byMembership = startTrackingByMembershipLocked(filters);
-    const bool byAddress = startTrackingByAddressLocked(filters);
+bool InLocManager::changeTrackingLocked(bool start, const Filters& filters) {
+    const bool byMembership = start ? startTrackingByMembershipLocked(filters)
+                                    : stopTrackingByMembershipLocked(filters);
+    const bool byAddress =
+        start ? startTrackingByAddressLocked(filters) : stopTrackingByAddressLocked(filters);
+    Filters& failed = start ? m_failedStarts : m_failedStops;
+    for (const auto [done, type] : {std::make_pair(byMembership, bluetooth::TYPE_MEMBERSHIP),
+                                    std::make_pair(byAddress, bluetooth::TYPE_ADDRESS)}) {
+        if (!done) {
+            const Filters kind = filterScanFiltersForType(filters, type);
+            failed.insert(failed.end(), kind.begin(), kind.end());
+        }
+    }
     return byMembership && byAddress;
 }
 
-bool InLocManager::stopTrackingLocked(const Filters& filters) {
-    const bool byMembership = stopTrackingByMembershipLocked(filters);
-    const bool byAddress = stopTrackingByAddressLocked(filters);
-    return byMembership && byAddress;
+void InLocManager::retryFailedChangesLocked(Filters& added, Filters& removed) {
+    const auto same = [](const TrackerScanFilter& filter) {
+        return [&filter](const TrackerScanFilter& other) {
+            return !(filter < other) && !(other < filter);
+        };
+    };
+    const auto contains = [&same](const Filters& list, const TrackerScanFilter& filter) {
+        return std::any_of(list.begin(), list.end(), same(filter));
+    };
+    const auto drop = [&same](Filters& list, const TrackerScanFilter& filter) {
+        list.erase(std::remove_if(list.begin(), list.end(), same(filter)), list.end());
+    };
+    const Filters current = getCurrentScanFilters();
+    // Never tracked: nothing to stop; still wanted: start it.
+    for (const TrackerScanFilter& filter : std::exchange(m_failedStarts, {})) {
+        drop(removed, filter);
+        if (contains(current, filter) && !contains(added, filter)) {
+            added.push_back(filter);
+        }
+    }
+    // Still tracked: nothing to start; no longer wanted: stop it.
+    for (const TrackerScanFilter& filter : std::exchange(m_failedStops, {})) {
+        drop(added, filter);
+        if (!contains(current, filter) && !contains(removed, filter)) {
+            removed.push_back(filter);
+        }
+    }
 }
 
 bool InLocManager::startTrackingByMembershipLocked(const Filters& filters) {

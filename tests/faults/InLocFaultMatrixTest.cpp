@@ -217,6 +217,30 @@ INSTANTIATE_TEST_SUITE_P(Calls, EveryInLocCall,
                              return std::string(kInLocCalls[static_cast<int>(test.param)]);
                          });
 
+// A reload's changes that the service refused are not forgotten: the next reload, with the same
+// filters, makes them, both the tracking to start and the tracking to end.
+TEST_F(InLocFaults, TheNextReloadRetriesTheChangesARefusedReloadLeft) {
+    auto only = client({membershipFilter(kHome)});
+    ASSERT_TRUE(manager()->start(only));
+    const std::vector<uint8_t> other = {0x1a, 0x1b};
+    only->setFilters({membershipFilter(kHome), membershipFilter(other), addressFilter(kKeys)});
+    service().failNext(InLocCall::EnableMembership, IXA_STATUS_FAILURE);
+    service().failNext(InLocCall::EnableAddress, IXA_STATUS_FAILURE);
+    EXPECT_FALSE(manager()->reload(only));
+    EXPECT_TRUE(manager()->reload(only));
+    EXPECT_EQ(service().trackedMemberships(), (std::set<std::vector<uint8_t>>{kHome, other}));
+    EXPECT_EQ(service().trackedAddresses(), std::set<std::string>{kKeys});
+    EXPECT_TRUE(hearsBoth(*only));
+
+    only->setFilters({membershipFilter(kHome)});
+    service().failNext(InLocCall::DisableMembership, IXA_STATUS_FAILURE);
+    service().failNext(InLocCall::DisableAddress, IXA_STATUS_FAILURE);
+    EXPECT_FALSE(manager()->reload(only));
+    EXPECT_TRUE(manager()->reload(only));
+    EXPECT_EQ(service().trackedMemberships(), std::set<std::vector<uint8_t>>{kHome});
+    EXPECT_TRUE(service().trackedAddresses().empty());
+}
+
 // --- Slow clients, and calls from inside a callback ----------------------------------------
 
 // A client whose onInLocTrackingResult stops at its gate.

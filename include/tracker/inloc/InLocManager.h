@@ -162,8 +162,11 @@ class InLocManager : public std::enable_shared_from_this<InLocManager> {
     Filters getCurrentScanFilters() const;
     static Filters filterScanFiltersForType(const Filters& filters,
                                             bluetooth::TrackerScanFilterType type);
-    bool startTrackingLocked(const Filters& filters) TRACKER_REQUIRES(m_mutex);
-    bool stopTrackingLocked(const Filters& filters) TRACKER_REQUIRES(m_mutex);
+    // Starts (or stops) tracking the filters by membership and by address. The filters of a kind
+    // whose platform call failed are remembered, and the next reload tries them again.
+    bool changeTrackingLocked(bool start, const Filters& filters) TRACKER_REQUIRES(m_mutex);
+    // Adds to a reload's difference the changes that failed before and still matter.
+    void retryFailedChangesLocked(Filters& added, Filters& removed) TRACKER_REQUIRES(m_mutex);
     bool startTrackingByMembershipLocked(const Filters& filters) TRACKER_REQUIRES(m_mutex);
     bool stopTrackingByMembershipLocked(const Filters& filters) TRACKER_REQUIRES(m_mutex);
     bool startTrackingByAddressLocked(const Filters& filters) TRACKER_REQUIRES(m_mutex);
@@ -182,6 +185,9 @@ class InLocManager : public std::enable_shared_from_this<InLocManager> {
     Mutex m_mutex;
     std::atomic<bool> m_sessionStarted{false};
     bool m_scanPaused TRACKER_GUARDED_BY(m_mutex) = false;
+    // Filters a platform call failed to start or to stop tracking (see changeTrackingLocked).
+    Filters m_failedStarts TRACKER_GUARDED_BY(m_mutex);
+    Filters m_failedStops TRACKER_GUARDED_BY(m_mutex);
     Seconds m_scanActiveInterval TRACKER_GUARDED_BY(m_clientsMutex) = k_defaultScanActiveInterval;
     Seconds m_scanInactiveInterval TRACKER_GUARDED_BY(m_clientsMutex) =
         k_defaultScanInactiveInterval;
