@@ -84,10 +84,14 @@ Latencies& scanLatencies() {
 }
 std::atomic<uint64_t> g_distances{0};
 
-uint32_t sequenceOf(const std::vector<uint8_t>& raw) {
-    return raw.size() < 12 ? 0
-                           : static_cast<uint32_t>(raw[8] | raw[9] << 8 | raw[10] << 16 |
-                                                   static_cast<uint32_t>(raw[11]) << 24);
+// The sequence number a load advertisement carries; none in the quiet tag's own advertisements,
+// which must not count as late.
+std::optional<uint32_t> sequenceOf(const std::vector<uint8_t>& raw) {
+    if (raw.size() < 12) {
+        return std::nullopt;
+    }
+    return static_cast<uint32_t>(raw[8] | raw[9] << 8 | raw[10] << 16 |
+                                 static_cast<uint32_t>(raw[11]) << 24);
 }
 
 // Flags, the 16-bit service UUID FEAA, and its service data carrying the sequence number.
@@ -116,7 +120,9 @@ class SoakClient : public BluetoothManagerClientInterface {
     std::shared_ptr<BluetoothManagerScanFilter> getScanFilter() override { return m_filters; }
     void onBeaconScanResult(std::shared_ptr<TrackerScanRecord> record,
                             TrackerExtraBeaconData) override {
-        scanLatencies().arrived(sequenceOf(record->scanRecord));
+        if (const auto seq = sequenceOf(record->scanRecord)) {
+            scanLatencies().arrived(*seq);
+        }
     }
     void onConnected(std::shared_ptr<TrackerDeviceAddr>, unsigned long long handle) override {
         signal(handle);
