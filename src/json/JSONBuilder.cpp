@@ -46,26 +46,37 @@ Word wordAt(const char* chars) {
     return word;
 }
 
-// Whether any of the bytes needs an escape; a word at a time, the last word overlapping the one
-// before it rather than reading past the end.
-bool needsEscape(const char* chars, std::size_t length) {
+// Copies the bytes to `out` and says whether none needs an escape: a word at a time, the last
+// word overlapping the one before it rather than reaching past the end. Checked as they are
+// copied, short names cost two loads and two stores.
+bool copyUnescaped(char* out, const char* chars, std::size_t length) {
     if (length >= 8) {
         uint64_t found = 0;
+        const auto copyWord = [&](std::size_t at) {
+            const auto word = wordAt<uint64_t>(chars + at);
+            found |= escapedBytes(word);
+            std::memcpy(out + at, &word, sizeof word);
+        };
         for (std::size_t i = 0; i + 8 < length; i += 8) {
-            found |= escapedBytes(wordAt<uint64_t>(chars + i));
+            copyWord(i);
         }
-        return (found | escapedBytes(wordAt<uint64_t>(chars + length - 8))) != 0;
+        copyWord(length - 8);
+        return found == 0;
     }
     if (length >= 4) {
-        return (escapedBytes(wordAt<uint32_t>(chars)) |
-                escapedBytes(wordAt<uint32_t>(chars + length - 4))) != 0;
+        const auto first = wordAt<uint32_t>(chars);
+        const auto last = wordAt<uint32_t>(chars + length - 4);
+        std::memcpy(out, &first, sizeof first);
+        std::memcpy(out + length - 4, &last, sizeof last);
+        return (escapedBytes(first) | escapedBytes(last)) == 0;
     }
-    bool found = false;
+    bool clean = true;
     for (std::size_t i = 0; i < length; ++i) {
         const auto c = static_cast<unsigned char>(chars[i]);
-        found |= c < 0x20 || c == '"' || c == '\\';
+        out[i] = chars[i];
+        clean &= c >= 0x20 && c != '"' && c != '\\';
     }
-    return found;
+    return clean;
 }
 
 }  // namespace
@@ -89,16 +100,19 @@ bool JSONBuilder::Writer::inArray() const {
 
 bool JSONBuilder::Writer::name(const std::string& name) {
     Level* const level = level_stack_.Empty() ? nullptr : level_stack_.Top<Level>();
-    if (level == nullptr || level->inArray || level->valueCount % 2 != 0 ||
-        needsEscape(name.data(), name.size())) {
+    if (level == nullptr || level->inArray || level->valueCount % 2 != 0) {
         return text(name.data(), name.size());
     }
     const std::size_t comma = level->valueCount > 0 ? 1 : 0;
-    char* out = os_->Push(comma + name.size() + 3);
+    const std::size_t written = comma + name.size() + 3;
+    char* out = os_->Push(written);
     out[0] = ',';
     out += comma;
     out[0] = '"';
-    std::memcpy(out + 1, name.data(), name.size());
+    if (!copyUnescaped(out + 1, name.data(), name.size())) {
+        os_->Pop(written);
+        return text(name.data(), name.size());
+    }
     out[name.size() + 1] = '"';
     out[name.size() + 2] = ':';
     ++level->valueCount;
@@ -131,12 +145,12 @@ bool JSONBuilder::Writer::text(const char* chars, std::size_t length) {
     // Names and values rarely need an escape: such text is copied whole. rapidjson's own loop
     // stores its buffer's end after every character, which costs more than the rest of a
     // record together.
-    if (needsEscape(chars, length)) {
-        return EndValue(WriteString(chars, static_cast<rapidjson::SizeType>(length)));
-    }
     char* out = os_->Push(length + 2);
     out[0] = '"';
-    std::memcpy(out + 1, chars, length);
+    if (!copyUnescaped(out + 1, chars, length)) {
+        os_->Pop(length + 2);
+        return EndValue(WriteString(chars, static_cast<rapidjson::SizeType>(length)));
+    }
     out[length + 1] = '"';
     return EndValue(true);
 }
