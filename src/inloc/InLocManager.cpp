@@ -216,8 +216,6 @@ bool InLocManager::executeStart(const std::shared_ptr<Client>& client) {
         kLog.i("%s: empty scan filter; not starting scan", kFunction);
         return true;
     }
-    // Every wanted filter is started here, those a reload failed to start too.
-    m_failedStarts.clear();
     return changeTrackingLocked(true, getCurrentScanFilters());
 }
 

@@ -63,11 +63,11 @@ bool changeMembershipTracking(const char* function, bool enable,
 }
 
 // Enables or disables tracking of each address filter among `filters`, going on after a
-// failure.
-template <typename Create, typename Call>
+// failure; `settle` hears the platform's answer for each filter it was asked about.
+template <typename Create, typename Call, typename Settle>
 bool changeAddressTracking(const char* function, bool enable,
-                           const std::vector<TrackerScanFilter>& filters, Create create,
-                           Call call) {
+                           const std::vector<TrackerScanFilter>& filters, Create create, Call call,
+                           Settle settle) {
     if (filters.empty()) {
         kLog.i("%s: no scan filter; will not %s scanning", function, enable ? "start" : "stop");
         return true;
@@ -85,6 +85,7 @@ bool changeAddressTracking(const char* function, bool enable,
         }
         const auto config = create(filter);
         const ixa_status_t status = call(1, &config);
+        settle(filter, status == IXA_STATUS_SUCCESS);
         if (status != IXA_STATUS_SUCCESS) {
             kLog.e("%s: error from ILS:%d", function, status);
             result = false;
@@ -246,29 +247,47 @@ bool InLocManager::changeTrackingLocked(bool start, const Filters& filters) {
                                     : stopTrackingByMembershipLocked(filters);
     const bool byAddress =
         start ? startTrackingByAddressLocked(filters) : stopTrackingByAddressLocked(filters);
-    Filters& failed = start ? m_failedStarts : m_failedStops;
-    for (const auto [done, type] : {std::make_pair(byMembership, bluetooth::TYPE_MEMBERSHIP),
-                                    std::make_pair(byAddress, bluetooth::TYPE_ADDRESS)}) {
-        if (!done) {
-            const Filters kind = filterScanFiltersForType(filters, type);
-            failed.insert(failed.end(), kind.begin(), kind.end());
-        }
-    }
     return byMembership && byAddress;
 }
 
+namespace {
+
+bool sameFilter(const TrackerScanFilter& a, const TrackerScanFilter& b) {
+    return !(a < b) && !(b < a);
+}
+
+bool contains(const std::vector<TrackerScanFilter>& list, const TrackerScanFilter& filter) {
+    return std::any_of(list.begin(), list.end(),
+                       [&](const TrackerScanFilter& other) { return sameFilter(filter, other); });
+}
+
+void drop(std::vector<TrackerScanFilter>& list, const TrackerScanFilter& filter) {
+    list.erase(std::remove_if(list.begin(), list.end(),
+                              [&](const TrackerScanFilter& other) {
+                                  return sameFilter(filter, other);
+                              }),
+               list.end());
+}
+
+}  // namespace
+
+void InLocManager::settleLocked(bool start, const TrackerScanFilter& filter, bool succeeded) {
+    if (succeeded) {
+        // Started: tracked as wanted. Stopped: no longer tracked, and only a start still due
+        // (of a filter refused before) remains to be done.
+        drop(m_failedStops, filter);
+        if (start) {
+            drop(m_failedStarts, filter);
+        }
+        return;
+    }
+    Filters& failed = start ? m_failedStarts : m_failedStops;
+    if (!contains(failed, filter)) {
+        failed.push_back(filter);
+    }
+}
+
 void InLocManager::retryFailedChangesLocked(Filters& added, Filters& removed) {
-    const auto same = [](const TrackerScanFilter& filter) {
-        return [&filter](const TrackerScanFilter& other) {
-            return !(filter < other) && !(other < filter);
-        };
-    };
-    const auto contains = [&same](const Filters& list, const TrackerScanFilter& filter) {
-        return std::any_of(list.begin(), list.end(), same(filter));
-    };
-    const auto drop = [&same](Filters& list, const TrackerScanFilter& filter) {
-        list.erase(std::remove_if(list.begin(), list.end(), same(filter)), list.end());
-    };
     const Filters current = getCurrentScanFilters();
     // Never tracked: nothing to stop; still wanted: start it.
     for (const TrackerScanFilter& filter : std::exchange(m_failedStarts, {})) {
@@ -293,33 +312,54 @@ bool InLocManager::startTrackingByMembershipLocked(const Filters& filters) {
         return true;
     }
     kLog.i("%s: starting inloc tracking", kFunction);
-    return changeMembershipTracking<ixaInloc_distanceConfigMembership_t>(
-        kFunction, true, filterScanFiltersForType(filters, bluetooth::TYPE_MEMBERSHIP),
-        IxaInLocBridge::toIxaConfigMembershipList, IxaInLocBridge::clearIxaConfigMembershipList,
-        ixaInloc_distanceEnableTrackingByMembership);
+    return settleMembershipsLocked(
+        true, filters,
+        changeMembershipTracking<ixaInloc_distanceConfigMembership_t>(
+            kFunction, true, filterScanFiltersForType(filters, bluetooth::TYPE_MEMBERSHIP),
+            IxaInLocBridge::toIxaConfigMembershipList,
+            IxaInLocBridge::clearIxaConfigMembershipList,
+            ixaInloc_distanceEnableTrackingByMembership));
 }
 
 bool InLocManager::stopTrackingByMembershipLocked(const Filters& filters) {
     static constexpr const char* kFunction = "stopTrackingByMembershipLocked";
     kLog.i("%s: stopping inloc tracking", kFunction);
-    return changeMembershipTracking<ixaInloc_distanceDeconfigMembership_t>(
-        kFunction, false, filterScanFiltersForType(filters, bluetooth::TYPE_MEMBERSHIP),
-        IxaInLocBridge::toIxaDeconfigMembershipList, IxaInLocBridge::clearIxaDeconfigMembershipList,
-        ixaInloc_distanceDisableTrackingByMembership);
+    return settleMembershipsLocked(
+        false, filters,
+        changeMembershipTracking<ixaInloc_distanceDeconfigMembership_t>(
+            kFunction, false, filterScanFiltersForType(filters, bluetooth::TYPE_MEMBERSHIP),
+            IxaInLocBridge::toIxaDeconfigMembershipList,
+            IxaInLocBridge::clearIxaDeconfigMembershipList,
+            ixaInloc_distanceDisableTrackingByMembership));
+}
+
+bool InLocManager::settleMembershipsLocked(bool start, const Filters& filters, bool succeeded) {
+    // One call carries every membership: the answer is each one's.
+    for (const TrackerScanFilter& filter :
+         filterScanFiltersForType(filters, bluetooth::TYPE_MEMBERSHIP)) {
+        settleLocked(start, filter, succeeded);
+    }
+    return succeeded;
 }
 
 bool InLocManager::startTrackingByAddressLocked(const Filters& filters) {
     return changeAddressTracking("startTrackingByAddressLocked", true,
                                  filterScanFiltersForType(filters, bluetooth::TYPE_ADDRESS),
                                  IxaInLocBridge::createIxaDeviceDistanceConfig,
-                                 ixaInloc_distanceEnableTrackingByDeviceAddr);
+                                 ixaInloc_distanceEnableTrackingByDeviceAddr,
+                                 [this](const TrackerScanFilter& filter, bool succeeded) {
+                                     settleLocked(true, filter, succeeded);
+                                 });
 }
 
 bool InLocManager::stopTrackingByAddressLocked(const Filters& filters) {
     return changeAddressTracking("stopTrackingByAddressLocked", false,
                                  filterScanFiltersForType(filters, bluetooth::TYPE_ADDRESS),
                                  IxaInLocBridge::createIxaDeviceDistanceDeconfig,
-                                 ixaInloc_distanceDisableTrackingByDeviceAddr);
+                                 ixaInloc_distanceDisableTrackingByDeviceAddr,
+                                 [this](const TrackerScanFilter& filter, bool succeeded) {
+                                     settleLocked(false, filter, succeeded);
+                                 });
 }
 
 // --- scan periods -------------------------------------------------------------------------------

@@ -241,6 +241,55 @@ TEST_F(InLocFaults, TheNextReloadRetriesTheChangesARefusedReloadLeft) {
     EXPECT_TRUE(service().trackedAddresses().empty());
 }
 
+// The service answers for each address on its own: after a reload it partly refused, the next
+// reload settles each address by what happened to it, whatever the client changed meanwhile.
+TEST_F(InLocFaults, APartlyRefusedReloadIsSettledAddressByAddress) {
+    constexpr const char* kWallet = "C0:FF:EE:00:00:03";
+    addTag(kWallet, {}, 1.0);
+    using Tracked = std::set<std::string>;
+    auto only = client({addressFilter(kKeys)});
+    ASSERT_TRUE(manager()->start(only));
+    // The bag's start is refused, the wallet's goes through; then the client drops the wallet.
+    only->setFilters({addressFilter(kKeys), addressFilter(kBag), addressFilter(kWallet)});
+    service().failNext(InLocCall::EnableAddress, IXA_STATUS_FAILURE, 1);
+    EXPECT_FALSE(manager()->reload(only));
+    only->setFilters({addressFilter(kKeys), addressFilter(kBag)});
+    EXPECT_TRUE(manager()->reload(only));
+    EXPECT_EQ(service().trackedAddresses(), (Tracked{kKeys, kBag}));
+
+    // The keys' stop is refused, the bag's goes through; then the client takes the bag back.
+    only->setFilters({});
+    service().failNext(InLocCall::DisableAddress, IXA_STATUS_FAILURE, 1);
+    EXPECT_FALSE(manager()->reload(only));
+    only->setFilters({addressFilter(kBag)});
+    EXPECT_TRUE(manager()->reload(only));
+    EXPECT_EQ(service().trackedAddresses(), Tracked{kBag});
+}
+
+// A membership whose start a reload could not make is started by the duty cycle's resume, and
+// a later reload that drops it ends its tracking.
+TEST_F(InLocFaults, AMembershipARefusedReloadLeftIsSettledByTheDutyCycle) {
+    const std::vector<uint8_t> other = {0x1a, 0x1b};
+    using Tracked = std::set<std::vector<uint8_t>>;
+    auto only = client({membershipFilter(kHome)});
+    ASSERT_TRUE(manager()->setScanPeriod(only, 10s, 10s));
+    ASSERT_TRUE(manager()->start(only));
+    only->setFilters({membershipFilter(kHome), membershipFilter(other)});
+    service().failNext(InLocCall::EnableMembership, IXA_STATUS_FAILURE);
+    EXPECT_FALSE(manager()->reload(only));
+    // Paused now, resumed 10 s later.
+    manager()->onPeriodicScanTimer();
+    ASSERT_TRUE(awaitLine('I', "executeToggleScan: pausing beacon scan..."));
+    ASSERT_TRUE(eventually([&] {
+        settle(1s);
+        return logged('I', "executeToggleScan: resuming beacon scan...");
+    }));
+    ASSERT_TRUE(eventually([&] { return service().trackedMemberships() == Tracked{kHome, other}; }));
+    only->setFilters({membershipFilter(kHome)});
+    EXPECT_TRUE(manager()->reload(only));
+    EXPECT_EQ(service().trackedMemberships(), Tracked{kHome});
+}
+
 // --- Slow clients, and calls from inside a callback ----------------------------------------
 
 // A client whose onInLocTrackingResult stops at its gate.

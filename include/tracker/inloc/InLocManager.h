@@ -162,10 +162,17 @@ class InLocManager : public std::enable_shared_from_this<InLocManager> {
     Filters getCurrentScanFilters() const;
     static Filters filterScanFiltersForType(const Filters& filters,
                                             bluetooth::TrackerScanFilterType type);
-    // Starts (or stops) tracking the filters by membership and by address. The filters of a kind
-    // whose platform call failed are remembered, and the next reload tries them again.
+    // Starts (or stops) tracking the filters by membership and by address.
     bool changeTrackingLocked(bool start, const Filters& filters) TRACKER_REQUIRES(m_mutex);
-    // Adds to a reload's difference the changes that failed before and still matter.
+    // The service's answer to a start or stop of the filter's tracking: a refusal is remembered,
+    // and the next reload tries again; a success settles what was left to do for the filter.
+    void settleLocked(bool start, const bluetooth::TrackerScanFilter& filter, bool succeeded)
+        TRACKER_REQUIRES(m_mutex);
+    // settleLocked for each membership among `filters`, which one call carried; returns
+    // `succeeded`.
+    bool settleMembershipsLocked(bool start, const Filters& filters, bool succeeded)
+        TRACKER_REQUIRES(m_mutex);
+    // Adds to a reload's difference the changes refused before that still matter.
     void retryFailedChangesLocked(Filters& added, Filters& removed) TRACKER_REQUIRES(m_mutex);
     bool startTrackingByMembershipLocked(const Filters& filters) TRACKER_REQUIRES(m_mutex);
     bool stopTrackingByMembershipLocked(const Filters& filters) TRACKER_REQUIRES(m_mutex);
@@ -185,7 +192,7 @@ class InLocManager : public std::enable_shared_from_this<InLocManager> {
     Mutex m_mutex;
     std::atomic<bool> m_sessionStarted{false};
     bool m_scanPaused TRACKER_GUARDED_BY(m_mutex) = false;
-    // Filters a platform call failed to start or to stop tracking (see changeTrackingLocked).
+    // Filters whose tracking the service refused to start or to stop (see settleLocked).
     Filters m_failedStarts TRACKER_GUARDED_BY(m_mutex);
     Filters m_failedStops TRACKER_GUARDED_BY(m_mutex);
     Seconds m_scanActiveInterval TRACKER_GUARDED_BY(m_clientsMutex) = k_defaultScanActiveInterval;
