@@ -36,6 +36,7 @@ using android::bluetooth::le::ScanResult;
 namespace {
 
 const std::vector<uint8_t> kMarkerAd = {0x03, 0x03, 0x0D, 0x18};  // lists service 0x180D only
+const std::vector<uint8_t> kMarkerAddress = {0xC0, 0xFF, 0xEE, 0x00, 0x00, 0x0D};
 
 TrackerScanFilter filterOf(TrackerScanFilterType type, std::vector<uint8_t> value,
                            std::vector<uint8_t> mask = {}) {
@@ -49,7 +50,8 @@ TrackerScanFilter filterOf(TrackerScanFilterType type, std::vector<uint8_t> valu
     return filter;
 }
 
-// Reads every byte it receives and counts its results.
+// Reads every byte it receives and counts the results from the marker's address (an input may
+// list the marker's service too).
 class Client : public BluetoothManagerClientInterface {
   public:
     explicit Client(TrackerScanFilter filter)
@@ -64,9 +66,10 @@ class Client : public BluetoothManagerClientInterface {
         for (const TrackerManuData& manuData : extra.manuData) {
             sum += checksum(manuData.data);
         }
+        const bool fromMarker = record->address && record->address->addr == kMarkerAddress;
         std::lock_guard<std::mutex> lock(m_mutex);
         m_checksum += sum;
-        ++m_results;
+        m_results += fromMarker ? 1 : 0;
         m_changed.notify_all();
     }
     // Waits until more than `seen` results have arrived; false after a minute.

@@ -63,11 +63,12 @@ bool changeMembershipTracking(const char* function, bool enable,
 }
 
 // Enables or disables tracking of each address filter among `filters`, going on after a
-// failure; `settle` hears the platform's answer for each filter it was asked about.
-template <typename Create, typename Call, typename Settle>
+// failure; the filters the platform was asked about go to `accepted` or `refused`.
+template <typename Create, typename Call>
 bool changeAddressTracking(const char* function, bool enable,
                            const std::vector<TrackerScanFilter>& filters, Create create, Call call,
-                           Settle settle) {
+                           std::vector<TrackerScanFilter>& accepted,
+                           std::vector<TrackerScanFilter>& refused) {
     if (filters.empty()) {
         kLog.i("%s: no scan filter; will not %s scanning", function, enable ? "start" : "stop");
         return true;
@@ -85,7 +86,7 @@ bool changeAddressTracking(const char* function, bool enable,
         }
         const auto config = create(filter);
         const ixa_status_t status = call(1, &config);
-        settle(filter, status == IXA_STATUS_SUCCESS);
+        (status == IXA_STATUS_SUCCESS ? accepted : refused).push_back(filter);
         if (status != IXA_STATUS_SUCCESS) {
             kLog.e("%s: error from ILS:%d", function, status);
             result = false;
@@ -271,19 +272,20 @@ void drop(std::vector<TrackerScanFilter>& list, const TrackerScanFilter& filter)
 
 }  // namespace
 
-void InLocManager::settleLocked(bool start, const TrackerScanFilter& filter, bool succeeded) {
-    if (succeeded) {
+void InLocManager::settleLocked(bool start, const Filters& accepted, const Filters& refused) {
+    for (const TrackerScanFilter& filter : accepted) {
         // Started: tracked as wanted. Stopped: no longer tracked, and only a start still due
         // (of a filter refused before) remains to be done.
         drop(m_failedStops, filter);
         if (start) {
             drop(m_failedStarts, filter);
         }
-        return;
     }
     Filters& failed = start ? m_failedStarts : m_failedStops;
-    if (!contains(failed, filter)) {
-        failed.push_back(filter);
+    for (const TrackerScanFilter& filter : refused) {
+        if (!contains(failed, filter)) {
+            failed.push_back(filter);
+        }
     }
 }
 
@@ -335,31 +337,32 @@ bool InLocManager::stopTrackingByMembershipLocked(const Filters& filters) {
 
 bool InLocManager::settleMembershipsLocked(bool start, const Filters& filters, bool succeeded) {
     // One call carries every membership: the answer is each one's.
-    for (const TrackerScanFilter& filter :
-         filterScanFiltersForType(filters, bluetooth::TYPE_MEMBERSHIP)) {
-        settleLocked(start, filter, succeeded);
-    }
+    const Filters memberships = filterScanFiltersForType(filters, bluetooth::TYPE_MEMBERSHIP);
+    settleLocked(start, succeeded ? memberships : Filters{}, succeeded ? Filters{} : memberships);
     return succeeded;
 }
-
 bool InLocManager::startTrackingByAddressLocked(const Filters& filters) {
-    return changeAddressTracking("startTrackingByAddressLocked", true,
-                                 filterScanFiltersForType(filters, bluetooth::TYPE_ADDRESS),
-                                 IxaInLocBridge::createIxaDeviceDistanceConfig,
-                                 ixaInloc_distanceEnableTrackingByDeviceAddr,
-                                 [this](const TrackerScanFilter& filter, bool succeeded) {
-                                     settleLocked(true, filter, succeeded);
-                                 });
+    Filters accepted;
+    Filters refused;
+    const bool result = changeAddressTracking(
+        "startTrackingByAddressLocked", true,
+        filterScanFiltersForType(filters, bluetooth::TYPE_ADDRESS),
+        IxaInLocBridge::createIxaDeviceDistanceConfig, ixaInloc_distanceEnableTrackingByDeviceAddr,
+        accepted, refused);
+    settleLocked(true, accepted, refused);
+    return result;
 }
 
 bool InLocManager::stopTrackingByAddressLocked(const Filters& filters) {
-    return changeAddressTracking("stopTrackingByAddressLocked", false,
-                                 filterScanFiltersForType(filters, bluetooth::TYPE_ADDRESS),
-                                 IxaInLocBridge::createIxaDeviceDistanceDeconfig,
-                                 ixaInloc_distanceDisableTrackingByDeviceAddr,
-                                 [this](const TrackerScanFilter& filter, bool succeeded) {
-                                     settleLocked(false, filter, succeeded);
-                                 });
+    Filters accepted;
+    Filters refused;
+    const bool result = changeAddressTracking(
+        "stopTrackingByAddressLocked", false,
+        filterScanFiltersForType(filters, bluetooth::TYPE_ADDRESS),
+        IxaInLocBridge::createIxaDeviceDistanceDeconfig,
+        ixaInloc_distanceDisableTrackingByDeviceAddr, accepted, refused);
+    settleLocked(false, accepted, refused);
+    return result;
 }
 
 // --- scan periods -------------------------------------------------------------------------------

@@ -164,9 +164,9 @@ class InLocManager : public std::enable_shared_from_this<InLocManager> {
                                             bluetooth::TrackerScanFilterType type);
     // Starts (or stops) tracking the filters by membership and by address.
     bool changeTrackingLocked(bool start, const Filters& filters) TRACKER_REQUIRES(m_mutex);
-    // The service's answer to a start or stop of the filter's tracking: a refusal is remembered,
-    // and the next reload tries again; a success settles what was left to do for the filter.
-    void settleLocked(bool start, const bluetooth::TrackerScanFilter& filter, bool succeeded)
+    // The service's answers to a start or stop of the filters' tracking: a refusal is
+    // remembered, and the next reload tries again; a success settles what was left to do.
+    void settleLocked(bool start, const Filters& accepted, const Filters& refused)
         TRACKER_REQUIRES(m_mutex);
     // settleLocked for each membership among `filters`, which one call carried; returns
     // `succeeded`.
