@@ -207,6 +207,9 @@ bool InLocManager::executeStart(const std::shared_ptr<Client>& client) {
             return false;
         }
         kLog.i("%s: session startup complete; start scanning...", kFunction);
+        // A new session tracks nothing: what earlier refusals left due no longer applies.
+        m_failedStarts.clear();
+        m_failedStops.clear();
     } else {
         kLog.i("%s: restart scanning...", kFunction);
     }

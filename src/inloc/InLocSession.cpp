@@ -262,11 +262,26 @@ bool contains(const std::vector<TrackerScanFilter>& list, const TrackerScanFilte
                        [&](const TrackerScanFilter& other) { return sameFilter(filter, other); });
 }
 
-void drop(std::vector<TrackerScanFilter>& list, const TrackerScanFilter& filter) {
+// What the service tracks a filter by: its address, or its membership identifier. Filters that
+// differ only in keys or masks share one tracking.
+bool sameTarget(const TrackerScanFilter& a, const TrackerScanFilter& b) {
+    if (a.type != b.type) {
+        return false;
+    }
+    switch (a.type) {
+        case bluetooth::TYPE_ADDRESS:
+            return a.addressFilter.bytesA == b.addressFilter.bytesA;
+        case bluetooth::TYPE_MEMBERSHIP:
+            return a.uuidFilter.uuid == b.uuidFilter.uuid;
+        default:
+            return sameFilter(a, b);
+    }
+}
+
+template <typename Same>
+void drop(std::vector<TrackerScanFilter>& list, const TrackerScanFilter& filter, Same same) {
     list.erase(std::remove_if(list.begin(), list.end(),
-                              [&](const TrackerScanFilter& other) {
-                                  return sameFilter(filter, other);
-                              }),
+                              [&](const TrackerScanFilter& other) { return same(filter, other); }),
                list.end());
 }
 
@@ -274,16 +289,23 @@ void drop(std::vector<TrackerScanFilter>& list, const TrackerScanFilter& filter)
 
 void InLocManager::settleLocked(bool start, const Filters& accepted, const Filters& refused) {
     for (const TrackerScanFilter& filter : accepted) {
-        // Started: tracked as wanted. Stopped: no longer tracked, and only a start still due
-        // (of a filter refused before) remains to be done.
-        drop(m_failedStops, filter);
         if (start) {
-            drop(m_failedStarts, filter);
+            // Tracked as this filter asks: a stop still due for its target (under other keys)
+            // would end it.
+            drop(m_failedStarts, filter, sameFilter);
+            drop(m_failedStops, filter, sameTarget);
+        } else {
+            // No longer tracked; a start still due (refused before) stays due.
+            drop(m_failedStops, filter, sameFilter);
         }
     }
-    Filters& failed = start ? m_failedStarts : m_failedStops;
     for (const TrackerScanFilter& filter : refused) {
-        if (!contains(failed, filter)) {
+        // A filter whose start was refused and that no stop is due for was never tracked: a
+        // refused stop leaves nothing behind.
+        const bool neverTracked =
+            contains(m_failedStarts, filter) && !contains(m_failedStops, filter);
+        Filters& failed = start ? m_failedStarts : m_failedStops;
+        if (!contains(failed, filter) && (start || !neverTracked)) {
             failed.push_back(filter);
         }
     }
@@ -291,17 +313,22 @@ void InLocManager::settleLocked(bool start, const Filters& accepted, const Filte
 
 void InLocManager::retryFailedChangesLocked(Filters& added, Filters& removed) {
     const Filters current = getCurrentScanFilters();
+    const auto wanted = [&current](const TrackerScanFilter& filter) {
+        return std::any_of(current.begin(), current.end(), [&](const TrackerScanFilter& other) {
+            return sameTarget(filter, other);
+        });
+    };
     // Never tracked: nothing to stop; still wanted: start it.
     for (const TrackerScanFilter& filter : std::exchange(m_failedStarts, {})) {
-        drop(removed, filter);
+        drop(removed, filter, sameFilter);
         if (contains(current, filter) && !contains(added, filter)) {
             added.push_back(filter);
         }
     }
-    // Still tracked: nothing to start; no longer wanted: stop it.
+    // Still tracked: nothing to start; no longer wanted (under any keys): stop it.
     for (const TrackerScanFilter& filter : std::exchange(m_failedStops, {})) {
-        drop(added, filter);
-        if (!contains(current, filter) && !contains(removed, filter)) {
+        drop(added, filter, sameFilter);
+        if (!wanted(filter) && !contains(removed, filter)) {
             removed.push_back(filter);
         }
     }

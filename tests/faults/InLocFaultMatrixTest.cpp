@@ -290,6 +290,50 @@ TEST_F(InLocFaults, AMembershipARefusedReloadLeftIsSettledByTheDutyCycle) {
     EXPECT_EQ(service().trackedMemberships(), Tracked{kHome});
 }
 
+// What refusals leave due is settled by what the service tracks: a reopened session tracks
+// nothing, a filter never tracked needs no stop, and a tracking under new keys is not ended by
+// the stop of the old ones that is still due.
+TEST_F(InLocFaults, RefusalsAreSettledByWhatTheServiceTracks) {
+    using Tracked = std::set<std::string>;
+    // The keys are dropped, their stop refused; the adapter starts again; they are taken back.
+    auto only = tracking();
+    ASSERT_TRUE(manager()->start(only));
+    only->setFilters({membershipFilter(kHome)});
+    service().failNext(InLocCall::DisableAddress, IXA_STATUS_FAILURE);
+    EXPECT_FALSE(manager()->reload(only));
+    service().reportAdapterStatus(IXA_INLOC_ADAPTER_ENABLED);
+    ASSERT_TRUE(eventually([&] {
+        const Events events = only->log.events();
+        return std::count(events.begin(), events.end(), "success") == 2;
+    }));
+    only->setFilters({membershipFilter(kHome), addressFilter(kKeys)});
+    EXPECT_TRUE(manager()->reload(only));
+    EXPECT_TRUE(trackingBoth());
+
+    // The keys under new key data: the old filter's stop is refused, the new one started.
+    TrackerScanFilter rekeyed = addressFilter(kKeys);
+    rekeyed.addressFilter.bytesC = {0x01};
+    rekeyed.addressFilter.bytesD = {0x01};
+    only->setFilters({membershipFilter(kHome), rekeyed});
+    service().failNext(InLocCall::DisableAddress, IXA_STATUS_FAILURE);
+    EXPECT_FALSE(manager()->reload(only));
+    EXPECT_TRUE(manager()->reload(only));
+    EXPECT_EQ(service().trackedAddresses(), Tracked{kKeys});
+
+    // A membership whose start was refused, then a refused stop and a refused start.
+    const std::vector<uint8_t> other = {0x1a, 0x1b};
+    only->setFilters({membershipFilter(kHome), membershipFilter(other), rekeyed});
+    service().failNext(InLocCall::EnableMembership, IXA_STATUS_FAILURE);
+    EXPECT_FALSE(manager()->reload(only));
+    service().failNext(InLocCall::DisableMembership, IXA_STATUS_FAILURE);
+    EXPECT_FALSE(manager()->stop(only));
+    service().failNext(InLocCall::EnableMembership, IXA_STATUS_FAILURE);
+    EXPECT_FALSE(manager()->start(only));
+    EXPECT_TRUE(manager()->reload(only));
+    EXPECT_EQ(service().trackedMemberships(), (std::set<std::vector<uint8_t>>{kHome, other}));
+    EXPECT_TRUE(hearsBoth(*only));
+}
+
 // --- Slow clients, and calls from inside a callback ----------------------------------------
 
 // A client whose onInLocTrackingResult stops at its gate.
